@@ -1,1 +1,5 @@
-int main() { return 0; }
+#include "console/startup.h"
+
+int main(int argc, char** argv) {
+  return portwren::RunProgram(argc, argv);
+}

@@ -1,0 +1,55 @@
+// Runs a program as a child process: arguments, extra environment, bytes on standard input;
+// captures standard output and standard error apart, the exit code, and kills it at a time limit.
+// Also runs the Windows build under Wine in a throwaway prefix shared by every test of a build tree.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace portwren::testkit {
+
+struct ProcessOptions {
+  std::vector<std::pair<std::string, std::string>> env;  // set in the child's environment
+  std::vector<std::string> env_unset;                    // removed from the child's environment
+  std::optional<std::string> stdin_bytes;                // fed through a pipe, which is then closed
+  int stdin_fd = -1;                                     // else this descriptor as standard input
+  bool stdin_closed = false;                             // else no standard input at all; else /dev/null
+  std::chrono::milliseconds timeout{20000};              // the child is killed after this long
+  std::string working_dir;                               // empty: the caller's
+};
+
+struct ProcessResult {
+  bool started = false;  // false: `error` says why nothing ran
+  std::string error;
+  std::string out;
+  std::string err;
+  int exit_code = -1;  // -1 unless the program exited by itself
+  int term_signal = 0;
+  bool timed_out = false;
+};
+
+// `program` is a path, or a name looked up on PATH.
+ProcessResult RunProcess(const std::string& program, const std::vector<std::string>& args,
+                         const ProcessOptions& options = {});
+
+// Full path of an executable found on PATH, or empty.
+std::string FindOnPath(const std::string& name);
+
+// CR LF becomes LF (the Windows C runtime writes "\n" as CR LF in text mode).
+std::string NormalizeLineEnds(const std::string& text);
+
+// The native build of portwren.
+ProcessResult RunPortwren(const std::vector<std::string>& args, const ProcessOptions& options = {});
+
+// True when the build has a Windows exe for the Wine runs.
+bool WindowsBuildConfigured();
+// Why the Wine runs cannot happen (no exe configured, exe missing, no wine), or empty when they can.
+std::string WineUnavailableReason();
+// Runs the Windows build under Wine. The first call in a build tree creates the prefix, which takes
+// tens of seconds; concurrent test processes wait for it. On failure `started` is false.
+ProcessResult RunPortwrenUnderWine(const std::vector<std::string>& args, ProcessOptions options = {});
+
+}  // namespace portwren::testkit

@@ -1,0 +1,102 @@
+#include "console/usage.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace portwren {
+namespace {
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+TEST(PrintUsage, PrintsTheUsageTextLineByLine) {
+  const std::vector<std::string> expected = {
+      "",
+      "Need at least one argument as COM port DevOpenPath.",
+      "",
+      "Examples:",
+      R"(    portwren \\.\COM9)",
+      "    portwren COM3",
+      "    portwren COM3 -b 20 -c 4000 --rtoi=-1 --rtom=-1 --rtoc=3000",
+      "",
+      "Options:",
+      "  -b <n> or --bytesrw=<n>",
+      "     Each ReadFile/WriteFile request is <n> bytes.",
+      "     ",
+      "  -c <mbc> or --msec-cancel=<mbc>",
+      "     Will call CancelIo() when <mbc> millisec have elapsed.",
+      "     ",
+      "  --rtoi=<ms> --rtom=<ms> --rtoc=<ms> ",
+      "     Set read-timeout interval,multiplier,constant respectively, in millisecond.",
+      "     Use -1 for MAXDWORD.",
+      "     ",
+      "  --wtom=<ms> --wtoc=<ms> ",
+      "     Set write-timeout multiplier,constant respectively.",
+      "     Use -1 for MAXDWORD.",
+      "     ",
+      "  --in-queue=<bytes> --out-queue=<bytes>",
+      "     Call SetupComm() to set VCOM input-queue size and output-queue size.",
+      "     ",
+      "  -B 115200 or --baudrate=115200",
+      "     Using baudrate 115200.",
+      "     ",
+      "  --datapipe",
+      R"(     Operate in Datapipe mode. CreateFile('\\.\QDX_Datapipe').)",
+      "More:",
+      "  --first-key=<keychars>  --repeat-final-key (until Enter pressed)",
+      "  --read-log=<file>  --silent-read(i.e. no print)  --read-log-append",
+      "  --waitcommevent-delay0=<ms>  --waitcommevent-delay=<ms>",
+      "  --clear-comport-msec=<ms>",
+      "  --pause-before-quit --omit-cancelio --omit-getoverlappedresult",
+      "  --pause-msec-bfr-cancelio <msec>",
+      "  -m <emb> or --echo-maxbytes=<emb> (only for client)",
+      "  -K 16000 or --echo-chunk-maxbytes=16000 (server & client)",
+      "  -k 12 or --echo-chunk-minbytes=12 (server & client)",
+      "  --echo-need-log --echo-append-log --echolog-row-width=32 --echo-rwbufx=2",
+      "  --echo-need-hwflow --echo-start-seq=0x11233344",
+      "  --echo-srand=5566 or --echo-srand=time --echocli-read-nibble=512",
+      "  --echocli-write-delaymsec=1000 --echocli-read-delaymsec=1000 (or =r1000)",
+      "  --echo-timeout-limit=2000  --manual-intervene-errcli (echo client)",
+      "  -l or --list-vcoms",
+      "  --readonly (open VCOM read-only)",
+      "  -Q <rtoc> ",
+  };
+  testing::internal::CaptureStdout();
+  PrintUsage();
+  const std::string text = testing::internal::GetCapturedStdout();
+  ASSERT_FALSE(text.empty());
+  EXPECT_EQ(text.back(), '\n');  // every line ends, the last included
+  const std::vector<std::string> lines = Lines(text);
+  ASSERT_EQ(lines.size(), expected.size());
+  for (size_t i = 0; i < expected.size(); ++i) EXPECT_EQ(lines[i], expected[i]) << "line " << i + 1;
+}
+
+std::string HintFor(const char* path) {
+  testing::internal::CaptureStdout();
+  PathHint(path);
+  return testing::internal::GetCapturedStdout();
+}
+
+TEST(PathHint, SuggestsThePrefixFromCom9On) {
+  EXPECT_EQ(HintFor("com9"), "Did you forget to add extra prefix for com9 ? Try \\\\.\\com9 instead.\n");
+  EXPECT_EQ(HintFor("com12"), "Did you forget to add extra prefix for com12 ? Try \\\\.\\com12 instead.\n");
+  EXPECT_EQ(HintFor("CoM10x"),
+            "Did you forget to add extra prefix for CoM10x ? Try \\\\.\\CoM10x instead.\n");
+}
+
+TEST(PathHint, SilentOtherwise) {
+  for (const char* path : {"COM8", "COM1", "comx", "com", "co", "", "\\\\.\\COM12", "xcom12", "com-12"}) {
+    EXPECT_EQ(HintFor(path), "") << path;
+  }
+  EXPECT_EQ(HintFor(nullptr), "");
+}
+
+}  // namespace
+}  // namespace portwren
