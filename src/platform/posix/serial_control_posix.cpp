@@ -1,0 +1,167 @@
+// Settings and status of a serial device: Dcb, timeouts, queues, purge, errors, modem lines.
+#include <asm/termbits.h>
+#include <sys/ioctl.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "platform/posix/errno_map.h"
+#include "platform/posix/serial_device.h"
+#include "platform/posix/termios_map.h"
+
+namespace portwren::os::posix {
+
+namespace {
+
+Dcb Normalized(const Dcb& dcb) {
+  Dcb out = dcb;
+  for (Dword* flag : {&out.fBinary, &out.fParity, &out.fOutxCtsFlow, &out.fOutxDsrFlow, &out.fDsrSensitivity,
+                      &out.fTXContinueOnXoff, &out.fOutX, &out.fInX, &out.fErrorChar, &out.fNull, &out.fAbortOnError}) {
+    *flag = *flag != 0 ? 1 : 0;
+  }
+  return out;
+}
+
+// A UART reaches a rate through a divisor; a rate it misses by more than this is refused.
+bool BaudReached(Dword actual, Dword wanted) {
+  const uint64_t difference = actual > wanted ? actual - wanted : wanted - actual;
+  return difference * 100 <= uint64_t{wanted} * 3;
+}
+
+// A device without modem lines (a pty) answers ENOTTY or EINVAL: "not supported".
+Dword ModemLineError(int error_number) {
+  return error_number == ENOTTY || error_number == EINVAL ? kErrNotSupported : WinErrorFromErrno(error_number);
+}
+
+}  // namespace
+
+bool SerialDevice::GetState(Dcb* dcb) {
+  if (dcb == nullptr) return Fail(kErrInvalidParameter);
+  std::lock_guard lock(mu_);
+  if (closing_) return Fail(kErrInvalidHandle);
+  termios2 settings;
+  if (ioctl(fd_, TCGETS2, &settings) != 0) return FailWithErrno(errno);
+  *dcb = TermiosToDcb(settings, shadow_);
+  return true;
+}
+
+bool SerialDevice::SetState(const Dcb& requested) {
+  const Dcb dcb = Normalized(requested);
+  std::lock_guard lock(mu_);
+  if (closing_) return Fail(kErrInvalidHandle);
+  if (ValidateDcb(dcb, in_queue_size_) != kErrSuccess) return Fail(kErrInvalidParameter);
+  termios2 before;
+  if (ioctl(fd_, TCGETS2, &before) != 0) return FailWithErrno(errno);
+  termios2 after = before;
+  DcbToTermios(dcb, &after);
+  if (ioctl(fd_, TCSETS2, &after) != 0) {
+    const int error = errno;
+    return Fail(error == EINVAL ? kErrInvalidParameter : WinErrorFromErrno(error));
+  }
+  termios2 applied;
+  if (ioctl(fd_, TCGETS2, &applied) == 0 && !BaudReached(applied.c_ospeed, dcb.BaudRate)) {
+    ioctl(fd_, TCSETS2, &before);
+    return Fail(kErrInvalidParameter);
+  }
+  shadow_ = dcb;
+  if (modem_ok_) {
+    // Lines the Dcb drives by hand; handshake modes are the terminal's business.
+    int dtr = TIOCM_DTR;
+    ioctl(fd_, dcb.fDtrControl == kDtrControlDisable ? TIOCMBIC : TIOCMBIS, &dtr);
+    if ((after.c_cflag & CRTSCTS) == 0) {
+      int rts = TIOCM_RTS;
+      ioctl(fd_, dcb.fRtsControl == kRtsControlEnable ? TIOCMBIS : TIOCMBIC, &rts);
+    }
+  }
+  return true;
+}
+
+bool SerialDevice::GetTimeouts(CommTimeouts* timeouts) {
+  if (timeouts == nullptr) return Fail(kErrInvalidParameter);
+  std::lock_guard lock(mu_);
+  if (closing_) return Fail(kErrInvalidHandle);
+  *timeouts = timeouts_;
+  return true;
+}
+
+bool SerialDevice::SetTimeouts(const CommTimeouts& timeouts) {
+  if (timeouts.ReadIntervalTimeout == kMaxDword && timeouts.ReadTotalTimeoutMultiplier == kMaxDword &&
+      timeouts.ReadTotalTimeoutConstant == kMaxDword) {
+    return Fail(kErrInvalidParameter);
+  }
+  std::lock_guard lock(mu_);
+  if (closing_) return Fail(kErrInvalidHandle);
+  timeouts_ = timeouts;
+  return true;
+}
+
+bool SerialDevice::Setup(Dword in_queue, Dword out_queue) {
+  std::lock_guard lock(mu_);
+  if (closing_) return Fail(kErrInvalidHandle);
+  // A recommendation: the input queue only ever grows, the output size is noted.
+  in_queue_size_ = std::max(in_queue_size_, in_queue);
+  out_queue_size_ = out_queue;
+  return true;
+}
+
+bool SerialDevice::Purge(Dword flags) {
+  if (flags == 0 || (flags & ~(kPurgeTxAbort | kPurgeRxAbort | kPurgeTxClear | kPurgeRxClear)) != 0) {
+    return Fail(kErrInvalidParameter);
+  }
+  std::lock_guard lock(mu_);
+  if (closing_) return Fail(kErrInvalidHandle);
+  const uintptr_t aborted = StatusFromError(kErrOperationAborted);
+  if ((flags & kPurgeTxAbort) != 0) CompleteAll(&writes_, aborted);
+  if ((flags & kPurgeRxAbort) != 0) CompleteAll(&reads_, aborted);
+  if ((flags & kPurgeTxClear) != 0 && !gone_ && ioctl(fd_, TCFLSH, TCOFLUSH) != 0) return FailWithErrno(errno);
+  if ((flags & kPurgeRxClear) != 0 && !gone_) {
+    if (ioctl(fd_, TCFLSH, TCIFLUSH) != 0) return FailWithErrno(errno);
+    rx_seen_ = 0;
+    rx80_raised_ = false;
+  }
+  Wake();
+  return true;
+}
+
+bool SerialDevice::ClearError(Dword* errors, ComStat* stat) {
+  std::lock_guard lock(mu_);
+  if (closing_) return Fail(kErrInvalidHandle);
+  if (gone_) return Fail(gone_error_);
+  if (icount_ok_) SampleErrors();
+  if (stat != nullptr) {
+    const int in_queue = InputQueueBytes();
+    if (in_queue < 0) return FailWithErrno(errno);
+    ComStat status;
+    status.cbInQue = static_cast<Dword>(in_queue);
+    Dword unsent = 0;
+    for (const RequestPtr& request : writes_) unsent += request->length - request->done;
+    status.cbOutQue = static_cast<Dword>(OutputQueueBytes()) + unsent;
+    if (modem_ok_ && shadow_.fOutxCtsFlow != 0 && !writes_.empty()) {
+      int lines = 0;
+      if (ioctl(fd_, TIOCMGET, &lines) == 0 && (lines & TIOCM_CTS) == 0) status.fCtsHold = 1;
+    }
+    *stat = status;
+  }
+  if (errors != nullptr) *errors = errors_;
+  errors_ = 0;
+  abort_latched_ = false;
+  return true;
+}
+
+bool SerialDevice::GetModemStatus(Dword* modem_status) {
+  if (modem_status == nullptr) return Fail(kErrInvalidParameter);
+  std::lock_guard lock(mu_);
+  if (closing_) return Fail(kErrInvalidHandle);
+  if (gone_) return Fail(gone_error_);
+  int lines = 0;
+  if (ioctl(fd_, TIOCMGET, &lines) != 0) return Fail(ModemLineError(errno));
+  Dword status = 0;
+  if ((lines & TIOCM_CTS) != 0) status |= kMsCtsOn;
+  if ((lines & TIOCM_DSR) != 0) status |= kMsDsrOn;
+  if ((lines & TIOCM_RI) != 0) status |= kMsRingOn;
+  if ((lines & TIOCM_CD) != 0) status |= kMsRlsdOn;
+  *modem_status = status;
+  return true;
+}
+
+}  // namespace portwren::os::posix

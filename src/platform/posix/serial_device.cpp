@@ -1,0 +1,180 @@
+#include "platform/posix/serial_device.h"
+
+#include <asm/termbits.h>
+#include <linux/serial.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "platform/posix/errno_map.h"
+#include "platform/posix/termios_map.h"
+
+namespace portwren::os::posix {
+
+std::shared_ptr<SerialDevice> SerialDevice::Open(int fd, bool overlapped, bool can_read, bool can_write,
+                                                 Dword* error) {
+  auto device = std::make_shared<SerialDevice>(fd, overlapped, can_read, can_write);
+  if (!device->Init(error)) {
+    device->OnClose();
+    return nullptr;
+  }
+  return device;
+}
+
+SerialDevice::SerialDevice(int fd, bool overlapped, bool can_read, bool can_write)
+    : IoObject(overlapped, can_read, can_write), fd_(fd) {}
+
+SerialDevice::~SerialDevice() { OnClose(); }
+
+bool SerialDevice::Init(Dword* error) {
+  termios2 settings;
+  if (ioctl(fd_, TCGETS2, &settings) != 0) {
+    *error = WinErrorFromErrno(errno);
+    return false;
+  }
+  MakeRaw(&settings);
+  settings.c_cc[VSTART] = 0x11;
+  settings.c_cc[VSTOP] = 0x13;
+  if (ioctl(fd_, TCSETS2, &settings) != 0) {
+    *error = WinErrorFromErrno(errno);
+    return false;
+  }
+  shadow_ = InitialShadow(settings);
+
+  int lines = 0;
+  modem_ok_ = ioctl(fd_, TIOCMGET, &lines) == 0;
+  modem_lines_ = modem_ok_ ? lines : 0;
+  serial_icounter_struct counters{};
+  icount_ok_ = ioctl(fd_, TIOCGICOUNT, &counters) == 0;
+  if (icount_ok_) {
+    counters_ = {counters.frame, counters.overrun, counters.parity, counters.brk, counters.buf_overrun};
+  }
+
+  wake_fd_ = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+  if (wake_fd_ < 0) {
+    *error = WinErrorFromErrno(errno);
+    return false;
+  }
+  service_ = std::thread([this] { ServiceLoop(); });
+  return true;
+}
+
+void SerialDevice::OnClose() {
+  {
+    std::lock_guard lock(mu_);
+    if (closing_) return;
+    closing_ = true;
+    // Closing the handle cancels what is still running, as on Windows.
+    const uintptr_t aborted = StatusFromError(kErrOperationAborted);
+    CompleteAll(&reads_, aborted);
+    CompleteAll(&writes_, aborted);
+    if (wait_ != nullptr) CompleteWait(0, aborted);
+    Wake();
+  }
+  if (service_.joinable()) service_.join();
+  std::lock_guard lock(mu_);
+  if (fd_ >= 0) close(fd_);  // also drops the exclusive lock
+  if (wake_fd_ >= 0) close(wake_fd_);
+  fd_ = -1;
+  wake_fd_ = -1;
+}
+
+void SerialDevice::Wake() {
+  if (wake_fd_ < 0) return;
+  const uint64_t one = 1;
+  [[maybe_unused]] ssize_t ignored = write(wake_fd_, &one, sizeof one);
+}
+
+bool SerialDevice::HungUp() {
+  pollfd probe{fd_, 0, 0};
+  return poll(&probe, 1, 0) == 1 && (probe.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
+}
+
+int SerialDevice::InputQueueBytes() {
+  // Data can sit in the terminal's flip buffer, which FIONREAD does not count; a poll moves it.
+  pollfd probe{fd_, POLLIN, 0};
+  poll(&probe, 1, 0);
+  int count = 0;
+  return ioctl(fd_, FIONREAD, &count) == 0 ? count : -1;
+}
+
+int SerialDevice::OutputQueueBytes() {
+  int count = 0;
+  return ioctl(fd_, TIOCOUTQ, &count) == 0 ? count : 0;
+}
+
+short SerialDevice::WantedPollEvents() const {
+  if (gone_) return 0;
+  short events = 0;
+  if (!reads_.empty() && reads_.front()->started) events |= POLLIN;
+  // With nothing to read and nothing queued, the first byte's arrival is what an EV_RXCHAR
+  // waits for; later arrivals are seen by sampling the queue (POLLIN would not stop firing).
+  if (reads_.empty() && (event_mask_ & (kEvRxChar | kEvRxFlag | kEvRx80Full)) != 0 && rx_seen_ == 0) {
+    events |= POLLIN;
+  }
+  if (!writes_.empty() && writes_.front()->started) events |= POLLOUT;
+  return events;
+}
+
+int SerialDevice::PollTimeout(Clock::time_point now) const {
+  std::optional<Clock::time_point> next;
+  auto consider = [&](const std::optional<Clock::time_point>& when) {
+    if (when && (!next || *when < *next)) next = when;
+  };
+  if (!reads_.empty() && reads_.front()->started) {
+    consider(reads_.front()->total_deadline);
+    consider(reads_.front()->interval_deadline);
+  }
+  if (!writes_.empty() && writes_.front()->started) consider(writes_.front()->total_deadline);
+  if (!gone_) {
+    const bool watch_modem = modem_ok_ && (event_mask_ & (kEvCts | kEvDsr | kEvRlsd | kEvRing)) != 0;
+    const bool watch_errors = icount_ok_ && ((event_mask_ & (kEvBreak | kEvErr)) != 0 || shadow_.fAbortOnError);
+    const bool watch_input =
+        (event_mask_ & (kEvRxChar | kEvRxFlag | kEvRx80Full)) != 0 && (rx_seen_ > 0 || !reads_.empty());
+    if (watch_modem || watch_errors || watch_input) consider(std::max(now, next_sample_));
+    if (tx_draining_) consider(now + kDrainPeriod);
+  }
+  if (!next) return -1;
+  if (*next <= now) return 0;
+  const auto wait = std::chrono::ceil<std::chrono::milliseconds>(*next - now).count();
+  return static_cast<int>(std::min<long long>(wait, 1 << 30));
+}
+
+void SerialDevice::ServiceLoop() {
+  std::unique_lock lock(mu_);
+  while (!closing_) {
+    const Clock::time_point now = Clock::now();
+    SampleLines(now, false);
+    Pump(now);
+    if (closing_) break;
+    pollfd fds[2] = {{wake_fd_, POLLIN, 0}, {-1, 0, 0}};
+    const short events = WantedPollEvents();
+    if (events != 0) {
+      fds[1].fd = fd_;
+      fds[1].events = events;
+    }
+    const int timeout = PollTimeout(Clock::now());
+    lock.unlock();
+    const int ready = poll(fds, 2, timeout);
+    lock.lock();
+    if (ready <= 0 || closing_) continue;
+    if ((fds[0].revents & POLLIN) != 0) {
+      uint64_t count;
+      [[maybe_unused]] ssize_t ignored = read(wake_fd_, &count, sizeof count);
+    }
+    const short revents = fds[1].revents;
+    if ((revents & (POLLHUP | POLLERR | POLLNVAL)) != 0) {
+      // Hung up: pending reads still get what was received, then everything fails.
+      PumpReads(Clock::now());
+      if (!gone_) MarkGone(kErrDeviceNotConnected);
+    } else if ((revents & POLLIN) != 0 && reads_.empty()) {
+      SampleInput();
+    }
+  }
+}
+
+}  // namespace portwren::os::posix

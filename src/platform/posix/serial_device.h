@@ -1,0 +1,160 @@
+// A terminal (a serial port, a pseudo-terminal) behaving as a Windows serial port.
+//
+// Reads, writes and the comm-event wait are requests in three independent queues: reads
+// FIFO, one current read whose timers start when it becomes current; writes FIFO the same
+// way; at most one event wait. Whoever changes the state (the issuing call, a cancel, the
+// service thread) advances the queues under mu_ with non-blocking system calls only, so a
+// request that completes at once does so inside the call that issued it. The service thread
+// sleeps in poll() on the terminal and a wake-up eventfd, and runs the timers, the data that
+// arrives or drains, and the sampling of modem lines, error counters and the input queue that
+// comm events need. No call ever blocks in the terminal, so a write that cannot finish never
+// holds up a read and the reverse.
+#pragma once
+
+#include <chrono>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+#include "platform/os_serial.h"
+#include "platform/posix/io_object.h"
+
+namespace portwren::os::posix {
+
+class SerialDevice : public IoObject {
+ public:
+  using Clock = std::chrono::steady_clock;
+  // How often modem lines, error counters and the input queue are looked at while comm
+  // events need them, and how often an output that is still draining is.
+  static constexpr auto kSamplePeriod = std::chrono::milliseconds(10);
+  static constexpr auto kDrainPeriod = std::chrono::milliseconds(5);
+
+  // fd: an open, locked, non-blocking terminal; owned from here on, also on failure.
+  // nullptr + *error when it cannot be set up.
+  static std::shared_ptr<SerialDevice> Open(int fd, bool overlapped, bool can_read, bool can_write, Dword* error);
+
+  SerialDevice(int fd, bool overlapped, bool can_read, bool can_write);
+  ~SerialDevice() override;
+  void OnClose() override;
+
+  bool Read(void* buffer, Dword size, Dword* done, const CompletionTarget& target) override;
+  bool Write(const void* buffer, Dword size, Dword* done, const CompletionTarget& target) override;
+  bool CancelThreadRequests(Dword thread_id) override;
+  bool CancelRequest(const Overlapped* overlapped) override;
+  bool WaitEvent(Dword* event_mask, const CompletionTarget& target);
+
+  bool GetState(Dcb* dcb);
+  bool SetState(const Dcb& dcb);
+  bool GetTimeouts(CommTimeouts* timeouts);
+  bool SetTimeouts(const CommTimeouts& timeouts);
+  bool Setup(Dword in_queue, Dword out_queue);
+  bool Purge(Dword flags);
+  bool ClearError(Dword* errors, ComStat* stat);
+  bool GetModemStatus(Dword* modem_status);
+  bool SetMask(Dword event_mask);
+  bool GetMask(Dword* event_mask);
+
+ private:
+  enum class Kind { kRead, kWrite, kWait };
+
+  // Filled in by a completion that happens inside the issuing call.
+  struct InCallResult {
+    bool completed = false;
+    uintptr_t status = 0;
+    Dword count = 0;
+  };
+
+  struct Request {
+    Kind kind = Kind::kRead;
+    CompletionTarget target;
+    Dword issuer = 0;
+    uint8_t* read_buffer = nullptr;
+    const uint8_t* write_buffer = nullptr;
+    Dword length = 0;
+    Dword done = 0;
+    Dword* event_mask = nullptr;
+    InCallResult* in_call = nullptr;
+    // Set when the request becomes current.
+    bool started = false;
+    bool return_if_any = false;  // complete at the first look if anything is there...
+    bool shrink = false;         // ...else wait for a single byte
+    bool immediate = false;      // complete at the first look whatever is there
+    Dword need = 0;              // bytes that complete it
+    Dword interval_ms = 0;
+    std::optional<Clock::time_point> total_deadline;
+    std::optional<Clock::time_point> interval_deadline;
+  };
+  using RequestPtr = std::unique_ptr<Request>;
+
+  bool Init(Dword* error);  // raw mode, capabilities, service thread
+  bool Issue(RequestPtr request, std::deque<RequestPtr>* queue, Dword* done);
+  bool Refuse(Dword error);  // checks before a request exists
+
+  void Pump(Clock::time_point now);
+  void PumpReads(Clock::time_point now);
+  void PumpWrites(Clock::time_point now);
+  void StartReadTiming(Request& request, Clock::time_point now);
+  void StartWriteTiming(Request& request, Clock::time_point now);
+  Dword FillRead(Request& request, Clock::time_point now);   // 0 or the device's failure
+  Dword FillWrite(Request& request);
+  Dword IoFailure(int error_number);
+  void CheckTxEmpty();
+  void Complete(RequestPtr request, uintptr_t status);
+  void CompleteFront(std::deque<RequestPtr>* queue, uintptr_t status);
+  void CompleteAll(std::deque<RequestPtr>* queue, uintptr_t status);
+  void CompleteWait(Dword events, uintptr_t status);
+  void CancelMatching(std::deque<RequestPtr>* queue, Dword thread_id);
+  void MarkGone(Dword error);
+
+  void RaiseEvents(Dword events);
+  void SampleLines(Clock::time_point now, bool force);
+  void SampleInput();
+  void SampleErrors();
+  Dword RxThreshold() const;
+  int InputQueueBytes();
+  int OutputQueueBytes();
+  bool HungUp();
+
+  void ServiceLoop();
+  short WantedPollEvents() const;
+  int PollTimeout(Clock::time_point now) const;
+  void Wake();
+
+  std::mutex mu_;
+  int fd_;
+  int wake_fd_ = -1;
+  std::thread service_;
+  bool closing_ = false;
+  bool gone_ = false;
+  Dword gone_error_ = 0;
+
+  std::deque<RequestPtr> reads_;
+  std::deque<RequestPtr> writes_;
+  RequestPtr wait_;
+
+  CommTimeouts timeouts_;
+  Dcb shadow_;  // the last Dcb set, for the fields termios has no place for
+  Dword in_queue_size_ = 4096;
+  Dword out_queue_size_ = 0;
+
+  Dword event_mask_ = 0;
+  Dword history_ = 0;
+  Dword errors_ = 0;
+  bool abort_latched_ = false;  // fAbortOnError after an error, until ClearCommError
+
+  bool modem_ok_ = false;   // TIOCMGET works (not on a pty)
+  bool icount_ok_ = false;  // TIOCGICOUNT works
+  int modem_lines_ = 0;
+  struct Counters {
+    int frame = 0, overrun = 0, parity = 0, brk = 0, buf_overrun = 0;
+  } counters_;
+  int rx_seen_ = 0;  // input queue size at the last look
+  bool rx80_raised_ = false;
+  bool tx_since_empty_ = false;  // bytes written since the output last ran empty
+  bool tx_draining_ = false;     // all written, the terminal still sending
+  Clock::time_point next_sample_{};
+};
+
+}  // namespace portwren::os::posix

@@ -1,0 +1,114 @@
+#include <pthread.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "platform/os_thread.h"
+#include "platform/posix/errno_map.h"
+#include "platform/posix/sync_core.h"
+
+namespace portwren::os::posix {
+
+namespace {
+
+// Windows stacks grow up to the executable's reserve (1 MB or more) whatever the starting
+// size asked for; give the same room so that code tuned there does not overflow here.
+constexpr size_t kMinimumStack = size_t{1} << 20;
+
+class ThreadObject : public Waitable {
+ public:
+  bool IsSignalledFor(Dword) const override { return ended_; }
+
+  // Under SyncMutex.
+  bool ended_ = false;
+  bool started_ = false;
+  Dword thread_id_ = 0;
+  Dword exit_code_ = kStillActive;
+};
+
+struct StartBlock {
+  ThreadProc procedure;
+  void* argument;
+  std::shared_ptr<ThreadObject> thread;
+};
+
+void* ThreadEntry(void* raw) {
+  std::unique_ptr<StartBlock> start(static_cast<StartBlock*>(raw));
+  {
+    std::lock_guard lock(SyncMutex());
+    start->thread->thread_id_ = GetCurrentThreadId();
+    start->thread->started_ = true;
+  }
+  NotifyWaiters();
+  const Dword exit_code = start->procedure(start->argument);
+  {
+    std::lock_guard lock(SyncMutex());
+    start->thread->exit_code_ = exit_code;
+    start->thread->ended_ = true;
+  }
+  NotifyWaiters();
+  return nullptr;
+}
+
+size_t StackSize(Dword requested) {
+  const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  const size_t size = std::max<size_t>(requested, kMinimumStack);
+  return (size + page - 1) / page * page;
+}
+
+}  // namespace
+
+}  // namespace portwren::os::posix
+
+namespace portwren::os {
+
+Handle CreateThread(ThreadProc procedure, void* argument, Dword stack_size, Dword* thread_id) {
+  using namespace posix;
+  if (procedure == nullptr) {
+    SetLastError(kErrInvalidParameter);
+    return nullptr;
+  }
+  auto thread = std::make_shared<ThreadObject>();
+  Handle handle = InsertObject(thread);
+  if (handle == nullptr) {
+    SetLastError(kErrNotEnoughMemory);
+    return nullptr;
+  }
+  auto* start = new StartBlock{procedure, argument, thread};
+
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+  pthread_attr_setstacksize(&attributes, StackSize(stack_size));
+  pthread_t pthread;
+  const int error = pthread_create(&pthread, &attributes, ThreadEntry, start);
+  pthread_attr_destroy(&attributes);
+  if (error != 0) {
+    delete start;
+    RemoveObject(handle);
+    SetLastError(error == EAGAIN ? kErrNotEnoughMemory : WinErrorFromErrno(error));
+    return nullptr;
+  }
+
+  // The id is the one the thread itself reports, so wait until it has said it.
+  Dword id;
+  WaitUntil([&] { return thread->started_; });
+  {
+    std::lock_guard lock(SyncMutex());
+    id = thread->thread_id_;
+  }
+  if (thread_id != nullptr) *thread_id = id;
+  return handle;
+}
+
+bool GetExitCodeThread(Handle thread, Dword* exit_code) {
+  auto object = posix::Lookup<posix::ThreadObject>(thread);
+  if (object == nullptr) return posix::Fail(kErrInvalidHandle);
+  if (exit_code == nullptr) return posix::Fail(kErrInvalidParameter);
+  std::lock_guard lock(posix::SyncMutex());
+  *exit_code = object->exit_code_;
+  return true;
+}
+
+}  // namespace portwren::os

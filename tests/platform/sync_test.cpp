@@ -1,0 +1,181 @@
+// Events, mutexes and waits behave as their Windows namesakes.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+#include <vector>
+
+#include "platform/os_sync.h"
+#include "platform/os_thread.h"
+#include "support/handle_holder.h"
+
+namespace portwren {
+namespace {
+
+using namespace os;
+
+TEST(EventTest, ManualResetStaysSignalledUntilReset) {
+  EventHolder event(CreateEventA(true, false));
+  ASSERT_TRUE(event);
+  EXPECT_EQ(WaitForSingleObject(event.get(), 0), kWaitTimeout);
+  ASSERT_TRUE(SetEvent(event.get()));
+  EXPECT_EQ(WaitForSingleObject(event.get(), 0), kWaitObject0);
+  EXPECT_EQ(WaitForSingleObject(event.get(), 0), kWaitObject0);
+  ASSERT_TRUE(ResetEvent(event.get()));
+  EXPECT_EQ(WaitForSingleObject(event.get(), 0), kWaitTimeout);
+}
+
+TEST(EventTest, InitialStateIsHonoured) {
+  EventHolder manual(CreateEventA(true, true));
+  EventHolder automatic(CreateEventA(false, true));
+  EXPECT_EQ(WaitForSingleObject(manual.get(), 0), kWaitObject0);
+  EXPECT_EQ(WaitForSingleObject(automatic.get(), 0), kWaitObject0);
+  EXPECT_EQ(WaitForSingleObject(automatic.get(), 0), kWaitTimeout);
+}
+
+TEST(EventTest, AutoResetReleasesOneWaiterPerSet) {
+  EventHolder event(CreateEventA(false, false));
+  std::atomic<int> woken{0};
+  std::vector<std::thread> waiters;
+  for (int i = 0; i < 2; ++i) {
+    waiters.emplace_back([&] {
+      if (WaitForSingleObject(event.get(), 5000) == kWaitObject0) ++woken;
+    });
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  SetEvent(event.get());
+  std::this_thread::sleep_for(std::chrono::milliseconds(150));
+  EXPECT_EQ(woken.load(), 1);
+  SetEvent(event.get());
+  for (auto& waiter : waiters) waiter.join();
+  EXPECT_EQ(woken.load(), 2);
+  EXPECT_EQ(WaitForSingleObject(event.get(), 0), kWaitTimeout);
+}
+
+TEST(EventTest, TimedWaitEndsWithTimeoutNotBefore) {
+  EventHolder event(CreateEventA(true, false));
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(WaitForSingleObject(event.get(), 60), kWaitTimeout);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(55));
+}
+
+TEST(WaitMultipleTest, AnyReturnsLowestSignalledIndex) {
+  EventHolder a(CreateEventA(true, false)), b(CreateEventA(true, false)), c(CreateEventA(true, false));
+  const Handle handles[] = {a.get(), b.get(), c.get()};
+  EXPECT_EQ(WaitForMultipleObjects(3, handles, false, 0), kWaitTimeout);
+  SetEvent(c.get());
+  SetEvent(b.get());
+  EXPECT_EQ(WaitForMultipleObjects(3, handles, false, 0), kWaitObject0 + 1);
+}
+
+TEST(WaitMultipleTest, AllWaitsForEveryObjectAndOnlyThenConsumes) {
+  EventHolder automatic(CreateEventA(false, false)), manual(CreateEventA(true, false));
+  const Handle handles[] = {automatic.get(), manual.get()};
+  SetEvent(automatic.get());
+  EXPECT_EQ(WaitForMultipleObjects(2, handles, true, 0), kWaitTimeout);
+  // A wait-all that is not satisfied takes nothing.
+  EXPECT_EQ(WaitForSingleObject(automatic.get(), 0), kWaitObject0);
+  SetEvent(automatic.get());
+  std::thread setter([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    SetEvent(manual.get());
+  });
+  EXPECT_EQ(WaitForMultipleObjects(2, handles, true, 5000), kWaitObject0);
+  setter.join();
+  EXPECT_EQ(WaitForSingleObject(automatic.get(), 0), kWaitTimeout);
+  EXPECT_EQ(WaitForSingleObject(manual.get(), 0), kWaitObject0);
+}
+
+TEST(WaitMultipleTest, BadListsFail) {
+  EventHolder event(CreateEventA(true, true));
+  const Handle twice[] = {event.get(), event.get()};
+  SetLastError(0);
+  EXPECT_EQ(WaitForMultipleObjects(2, twice, true, 0), kWaitFailed);
+  EXPECT_EQ(GetLastError(), kErrInvalidParameter);
+  EXPECT_EQ(WaitForMultipleObjects(2, twice, false, 0), kWaitObject0);  // allowed for wait-any
+
+  EXPECT_EQ(WaitForMultipleObjects(0, twice, false, 0), kWaitFailed);
+  EXPECT_EQ(GetLastError(), kErrInvalidParameter);
+  std::vector<Handle> many(kMaximumWaitObjects + 1, event.get());
+  EXPECT_EQ(WaitForMultipleObjects(static_cast<Dword>(many.size()), many.data(), false, 0), kWaitFailed);
+  EXPECT_EQ(GetLastError(), kErrInvalidParameter);
+}
+
+TEST(HandleTest, UnknownAndClosedHandlesAreRefused) {
+  for (Handle bad : {kInvalidHandle, static_cast<Handle>(nullptr), reinterpret_cast<Handle>(0x7FFF0000)}) {
+    SetLastError(0);
+    EXPECT_EQ(WaitForSingleObject(bad, 0), kWaitFailed);
+    EXPECT_EQ(GetLastError(), kErrInvalidHandle);
+    EXPECT_FALSE(SetEvent(bad));
+    EXPECT_FALSE(CloseHandle(bad));
+    EXPECT_EQ(GetLastError(), kErrInvalidHandle);
+  }
+  Handle event = CreateEventA(true, false);
+  ASSERT_TRUE(CloseHandle(event));
+  EXPECT_FALSE(SetEvent(event));
+  EXPECT_EQ(GetLastError(), kErrInvalidHandle);
+  EXPECT_FALSE(CloseHandle(event));
+}
+
+TEST(HandleTest, EventCallsOnAMutexAreRefused) {
+  HandleHolder mutex(CreateMutexA(false));
+  EXPECT_FALSE(SetEvent(mutex.get()));
+  EXPECT_EQ(GetLastError(), kErrInvalidHandle);
+  EventHolder event(CreateEventA(true, false));
+  EXPECT_FALSE(ReleaseMutex(event.get()));
+  EXPECT_EQ(GetLastError(), kErrInvalidHandle);
+}
+
+TEST(MutexTest, OwnerMayTakeItAgainOthersWaitForTheLastRelease) {
+  HandleHolder mutex(CreateMutexA(true));
+  ASSERT_TRUE(mutex);
+  EXPECT_EQ(WaitForSingleObject(mutex.get(), 0), kWaitObject0);  // recursive: count 2
+
+  std::atomic<bool> acquired{false};
+  std::atomic<Dword> foreign_release_error{0};
+  std::thread other([&] {
+    if (!ReleaseMutex(mutex.get())) foreign_release_error = GetLastError();
+    if (WaitForSingleObject(mutex.get(), 5000) == kWaitObject0) {
+      acquired = true;
+      ReleaseMutex(mutex.get());
+    }
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  ASSERT_TRUE(ReleaseMutex(mutex.get()));
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  EXPECT_FALSE(acquired.load());  // still held once
+  ASSERT_TRUE(ReleaseMutex(mutex.get()));
+  other.join();
+  EXPECT_TRUE(acquired.load());
+  EXPECT_EQ(foreign_release_error.load(), kErrNotOwner);
+  EXPECT_FALSE(ReleaseMutex(mutex.get()));
+  EXPECT_EQ(GetLastError(), kErrNotOwner);
+}
+
+TEST(MutexTest, GuardsACounterAcrossThreads) {
+  HandleHolder mutex(CreateMutexA(false));
+  int counter = 0;  // only touched while holding the mutex
+  std::vector<std::thread> workers;
+  for (int t = 0; t < 4; ++t) {
+    workers.emplace_back([&] {
+      for (int i = 0; i < 500; ++i) {
+        ASSERT_EQ(WaitForSingleObject(mutex.get(), kInfinite), kWaitObject0);
+        ++counter;
+        ReleaseMutex(mutex.get());
+      }
+    });
+  }
+  for (auto& worker : workers) worker.join();
+  EXPECT_EQ(counter, 2000);
+}
+
+TEST(SleepExTest, WithoutQueuedRoutinesSleepsTheWholeTime) {
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(SleepEx(40, true), 0u);
+  EXPECT_EQ(SleepEx(10, false), 0u);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(45));
+}
+
+}  // namespace
+}  // namespace portwren

@@ -1,0 +1,75 @@
+#include "support/handle_holder.h"
+
+#include <gtest/gtest.h>
+
+#include <utility>
+
+#include "platform/os_sync.h"
+
+namespace portwren {
+namespace {
+
+// A handle is open while SetEvent accepts it.
+bool IsOpen(os::Handle event) { return os::SetEvent(event); }
+
+TEST(HandleHolderTest, ClosesWhatItHoldsWhenItGoesOutOfScope) {
+  os::Handle raw;
+  {
+    EventHolder event(os::CreateEventA(true, false));
+    raw = event.get();
+    ASSERT_TRUE(IsOpen(raw));
+  }
+  EXPECT_FALSE(IsOpen(raw));
+  EXPECT_EQ(os::GetLastError(), os::kErrInvalidHandle);
+}
+
+TEST(HandleHolderTest, NullAndAllOnesHoldNothing) {
+  HandleHolder empty;
+  EXPECT_FALSE(empty);
+  EXPECT_EQ(empty.get(), os::kInvalidHandle);
+  HandleHolder null_handle(nullptr);
+  EXPECT_FALSE(null_handle);
+  HandleHolder all_ones(os::kInvalidHandle);
+  EXPECT_FALSE(all_ones.valid());
+}
+
+TEST(HandleHolderTest, MovingHandsOverOwnershipWithoutClosing) {
+  EventHolder first(os::CreateEventA(true, false));
+  const os::Handle raw = first.get();
+  EventHolder second(std::move(first));
+  EXPECT_FALSE(first);  // NOLINT(bugprone-use-after-move): the moved-from state is the point
+  EXPECT_TRUE(IsOpen(raw));
+
+  EventHolder third(os::CreateEventA(true, false));
+  const os::Handle replaced = third.get();
+  third = std::move(second);
+  EXPECT_FALSE(IsOpen(replaced));  // the old one is closed by the assignment
+  EXPECT_TRUE(IsOpen(raw));
+  EXPECT_EQ(third.get(), raw);
+}
+
+TEST(HandleHolderTest, ReleaseGivesUpWithoutClosingResetCloses) {
+  EventHolder event(os::CreateEventA(true, false));
+  const os::Handle raw = event.release();
+  EXPECT_FALSE(event);
+  EXPECT_TRUE(IsOpen(raw));
+  event.reset(raw);
+  event.reset();
+  EXPECT_FALSE(IsOpen(raw));
+}
+
+TEST(DevInfoSetHolderTest, DestroysTheSet) {
+  os::DevInfoSet raw;
+  {
+    DevInfoSetHolder set(os::SetupDiGetClassDevsA(&os::kGuidDevInterfaceComPort, nullptr,
+                                                  os::kDigcfPresent | os::kDigcfDeviceInterface));
+    ASSERT_TRUE(set);
+    raw = set.get();
+  }
+  os::DeviceInterfaceData data;
+  EXPECT_FALSE(os::SetupDiEnumDeviceInterfaces(raw, nullptr, &os::kGuidDevInterfaceComPort, 0, &data));
+  EXPECT_EQ(os::GetLastError(), os::kErrInvalidHandle);
+}
+
+}  // namespace
+}  // namespace portwren
