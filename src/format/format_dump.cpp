@@ -1,5 +1,8 @@
 // Hex dumps (%m, %M): ruler, address column, byte cells. Rows are built in a stack area and
 // leave the engine in large pieces, so a streaming sink sees few calls.
+//
+// The write cursor is kept in a local variable throughout: held in a structure, every byte
+// stored through it might alias the cursor itself, and the compiler would reload it each time.
 #include "format/format_engine.h"
 
 namespace portwren::format_detail {
@@ -7,8 +10,10 @@ namespace portwren::format_detail {
 namespace {
 
 constexpr int32_t kAreaChars = 2048;
-constexpr int32_t kMaxItem = 64;   // the most one step writes before the next room check
-constexpr int32_t kCellCopy = 32;  // a cell is copied whole from its template: at most 18 used
+constexpr int32_t kSlack = 64;              // room past the area for whole-block copies
+constexpr int32_t kRowTemplateChars = 1024; // rows up to this long are copied whole
+constexpr int32_t kCellChars = 32;          // a cell is at most 4 + 2 + 4 + 8 = 18 characters
+constexpr int32_t kBlock = 16;              // bytes copied at once
 
 template <class Ch>
 struct HexPairs {
@@ -24,43 +29,14 @@ struct HexPairs {
   static constexpr std::array<Ch, 512> upper = Make("0123456789ABCDEF");
 };
 
+// Copies n characters in whole blocks; may write up to one block past the end (into the slack).
 template <class Ch>
-class DumpWriter {
- public:
-  explicit DumpWriter(Engine<Ch>* engine) : engine_(engine) {}
-  ~DumpWriter() { Flush(); }
-  DumpWriter(const DumpWriter&) = delete;
-  DumpWriter& operator=(const DumpWriter&) = delete;
-
-  Ch*& cursor() { return p_; }
-  // Makes room for n more characters (n <= kAreaChars).
-  void Reserve(int32_t n = kMaxItem) {
-    if (area_ + kAreaChars - p_ < n) Flush();
-  }
-  void Flush() {
-    engine_->Put(area_, static_cast<int32_t>(p_ - area_));
-    p_ = area_;
-  }
-  void Fill(Ch c, int32_t n) {
-    while (n > 0) {
-      Reserve();
-      const int32_t k = n < kMaxItem ? n : kMaxItem;
-      for (int32_t i = 0; i < k; ++i) p_[i] = c;
-      p_ += k;
-      n -= k;
-    }
-  }
-  void Text(const Ch* text, int32_t n) {  // n <= kMaxItem
-    Reserve();
-    std::memcpy(p_, text, sizeof(Ch) * static_cast<std::size_t>(n));
-    p_ += n;
-  }
-
- private:
-  Engine<Ch>* engine_;
-  Ch area_[kAreaChars + kCellCopy];  // the slack takes the overrun of the last cell's copy
-  Ch* p_ = area_;
-};
+inline void CopyBlocks(Ch* to, const Ch* from, int32_t n) {
+  auto* d = reinterpret_cast<unsigned char*>(to);
+  const auto* s = reinterpret_cast<const unsigned char*>(from);
+  const std::ptrdiff_t bytes = static_cast<std::ptrdiff_t>(n) * static_cast<std::ptrdiff_t>(sizeof(Ch));
+  for (std::ptrdiff_t i = 0; i < bytes; i += kBlock) std::memcpy(d + i, s + i, kBlock);
+}
 
 int32_t HexDigitCount(uint64_t value) {
   int32_t n = 1;
@@ -71,10 +47,30 @@ int32_t HexDigitCount(uint64_t value) {
   return n;
 }
 
-// "%_%t%0.*llX" into a 40-character area.
+// One address as "%_%t%0.*llX" would print it, cut to the 40-character area. Returns its length.
 template <class Ch>
-int32_t FormatAddress(Ch* text, uint64_t address, int32_t digits, int32_t group, const Ch* separator,
-                      int32_t separator_length) {
+int32_t AddressText(Ch* text, uint64_t address, int32_t digits, int32_t group, const Ch* separator,
+                    int32_t separator_length) {
+  const bool grouped = group > 0 && separator_length > 0;
+  const bool fits_digits = digits >= 16 || (address >> (4 * digits)) == 0;
+  if (digits <= 16 && fits_digits) {
+    const int32_t length = digits + (grouped ? (digits - 1) / group * separator_length : 0);
+    if (length <= kAddressChars - 1) {  // the usual case: written directly, right to left
+      Ch* d = text + length;
+      int32_t in_group = 0;
+      for (int32_t i = 0; i < digits; ++i) {
+        if (grouped && in_group == group) {
+          d -= separator_length;
+          for (int32_t k = 0; k < separator_length; ++k) d[k] = separator[k];
+          in_group = 0;
+        }
+        *--d = HexPairs<Ch>::upper[2 * (address & 15) + 1];
+        address >>= 4;
+        ++in_group;
+      }
+      return length;
+    }
+  }
   Ch work[kWorkChars];
   Ch* const end = work + kWorkChars;
   const Ch* first = BuildDigits(end, work, address, 16, true, digits, false, separator, separator_length, group);
@@ -83,6 +79,33 @@ int32_t FormatAddress(Ch* text, uint64_t address, int32_t digits, int32_t group,
   std::memcpy(text, first, sizeof(Ch) * static_cast<std::size_t>(length));
   return length;
 }
+
+// The stack area and its way out to the engine.
+template <class Ch>
+struct DumpArea {
+  Engine<Ch>* engine;
+  Ch chars[kAreaChars + kSlack];
+
+  // Returns where to write n more characters (n <= kAreaChars), emptying the area first if needed.
+  Ch* Reserve(Ch* at, int32_t n) {
+    if (chars + kAreaChars - at >= n) return at;
+    return Flush(at);
+  }
+  Ch* Flush(Ch* at) {
+    engine->Put(chars, static_cast<int32_t>(at - chars));
+    return chars;
+  }
+  Ch* Fill(Ch* at, Ch c, int32_t n) {
+    while (n > 0) {
+      const int32_t k = n < kAreaChars ? n : kAreaChars;
+      at = Reserve(at, k);
+      for (int32_t i = 0; i < k; ++i) at[i] = c;
+      at += k;
+      n -= k;
+    }
+    return at;
+  }
+};
 
 }  // namespace
 
@@ -93,27 +116,34 @@ void RenderDump(Engine<Ch>* engine, const unsigned char* bytes, int32_t count, b
   const int32_t between = state.between_length;
   const int32_t cell = state.before_length + 2 + state.after_length + between;
   const int32_t hex_at = state.before_length;
-  const Ch* pairs = upper ? HexPairs<Ch>::upper.data() : HexPairs<Ch>::lower.data();
-  const Ch* line_end = Settings<Ch>::line_end;
+  const Ch* const pairs = upper ? HexPairs<Ch>::upper.data() : HexPairs<Ch>::lower.data();
+  const Ch* const line_end = Settings<Ch>::line_end;
   const int32_t line_end_length = Settings<Ch>::line_end_length;
 
-  Ch cell_template[kCellCopy];
-  for (Ch& c : cell_template) c = Ch(' ');
+  // One cell, and as many cells as make a row when that is short enough to copy whole.
+  Ch cell_template[kCellChars];
   {
     Ch* t = cell_template;
     for (int32_t i = 0; i < state.before_length; ++i) *t++ = state.before[i];
-    t += 2;
+    *t++ = Ch('0');
+    *t++ = Ch('0');
     for (int32_t i = 0; i < state.after_length; ++i) *t++ = state.after[i];
     for (int32_t i = 0; i < between; ++i) *t++ = state.between[i];
+    while (t < cell_template + kCellChars) *t++ = Ch(' ');
+  }
+  const bool whole_rows = per_row > 0 && per_row * cell <= kRowTemplateChars;
+  Ch row_template[kRowTemplateChars + kBlock];
+  if (whole_rows) {
+    for (int32_t i = 0; i < per_row; ++i) std::memcpy(row_template + i * cell, cell_template, sizeof(Ch) * cell);
+    for (int32_t i = per_row * cell; i < per_row * cell + kBlock; ++i) row_template[i] = Ch(' ');
   }
 
   const bool with_address = state.ruler && per_row > 0;
   const int32_t first_column = per_row > 0 ? state.first_column : 0;
   int32_t separator_length = 0;
-  const Ch* separator = engine->GroupSeparator(&separator_length);
+  const Ch* const separator = engine->GroupSeparator(&separator_length);
   int32_t digits = 0;
   int32_t address_width = 0;
-  Ch address[kAddressChars];
   if (with_address) {
     const uint64_t base = state.address_base;
     const uint64_t span = static_cast<uint64_t>(count) - 1;
@@ -125,62 +155,73 @@ void RenderDump(Engine<Ch>* engine, const unsigned char* bytes, int32_t count, b
       const int32_t asked = state.address_digits < 0 ? 1 : state.address_digits;
       if (asked > digits) digits = asked;
     }
-    address_width =
-        FormatAddress(address, last, digits, state.address_group, separator, separator_length);
+    Ch address[kAddressChars];
+    address_width = AddressText(address, last, digits, state.address_group, separator, separator_length);
   }
 
-  DumpWriter<Ch> out(engine);
-  Ch*& p = out.cursor();
+  DumpArea<Ch> area;
+  area.engine = engine;
+  Ch* q = area.chars;
 
   if (with_address) {  // the ruler
-    out.Fill(Ch(' '), state.indent);
-    out.Fill(Ch('-'), address_width + 2);
+    q = area.Fill(q, Ch(' '), state.indent);
+    q = area.Fill(q, Ch('-'), address_width + 2);
     for (int32_t column = 0; column < per_row; ++column) {
-      out.Fill(Ch('-'), state.before_length);
-      out.Reserve();
-      p[0] = HexPairs<Ch>::upper[2 * column];
-      p[1] = HexPairs<Ch>::upper[2 * column + 1];
-      p += 2;
-      out.Fill(Ch('-'), state.after_length);
-      if (column + 1 < per_row) out.Fill(Ch('-'), between);
+      q = area.Fill(q, Ch('-'), state.before_length);
+      q = area.Reserve(q, 2);
+      q[0] = HexPairs<Ch>::upper[2 * column];
+      q[1] = HexPairs<Ch>::upper[2 * column + 1];
+      q += 2;
+      q = area.Fill(q, Ch('-'), state.after_length);
+      if (column + 1 < per_row) q = area.Fill(q, Ch('-'), between);
     }
-    out.Text(line_end, line_end_length);
+    q = area.Reserve(q, line_end_length);
+    for (int32_t i = 0; i < line_end_length; ++i) *q++ = line_end[i];
   }
 
   uint64_t row_address = state.address_base - static_cast<uint64_t>(first_column);
   int32_t column = first_column;
   int32_t done = 0;
   while (done < count) {
-    if (done > 0) out.Text(line_end, line_end_length);
-    out.Fill(Ch(' '), state.indent);
-    if (with_address) {
-      out.Reserve();
-      p += FormatAddress(p, row_address, digits, state.address_group, separator, separator_length);
-      p[0] = Ch(':');
-      p[1] = Ch(' ');
-      p += 2;
-      row_address += static_cast<uint64_t>(per_row);
-    }
-    if (column > 0) out.Fill(Ch(' '), column * cell);
-
     const int32_t left = count - done;
     const int32_t n = per_row > 0 && per_row - column < left ? per_row - column : left;
-    const unsigned char* row = bytes + done;
-    // The cells of a row usually fit at once; very wide rows are checked cell by cell.
-    const bool check_each_cell = static_cast<int64_t>(n) * cell > kAreaChars;
-    if (!check_each_cell) out.Reserve(n * cell);
-    for (int32_t i = 0; i < n; ++i) {
-      if (check_each_cell) out.Reserve(cell);
-      std::memcpy(p, cell_template, sizeof cell_template);
-      const Ch* hex = pairs + 2 * row[i];
-      p[hex_at] = hex[0];
-      p[hex_at + 1] = hex[1];
-      p += cell;
+    const int32_t cells_length = n * cell - between;  // none after the row's last byte
+    const bool row_fits = whole_rows && column == 0;
+
+    // Everything before the bytes: line end, indentation, address, blank cells.
+    q = area.Reserve(q, line_end_length + state.indent + kAddressChars + 2);
+    if (done > 0) {
+      for (int32_t i = 0; i < line_end_length; ++i) *q++ = line_end[i];
     }
-    p -= between;  // none after the row's last byte
+    for (int32_t i = 0; i < state.indent; ++i) *q++ = Ch(' ');
+    if (with_address) {
+      q += AddressText(q, row_address, digits, state.address_group, separator, separator_length);
+      q[0] = Ch(':');
+      q[1] = Ch(' ');
+      q += 2;
+      row_address += static_cast<uint64_t>(per_row);
+    }
+    if (column > 0) q = area.Fill(q, Ch(' '), column * cell);
+
+    const unsigned char* row = bytes + done;
+    if (row_fits) {  // the whole row at once, then its digits
+      q = area.Reserve(q, cells_length);
+      CopyBlocks(q, row_template, cells_length);
+      for (int32_t i = 0; i < n; ++i) std::memcpy(q + i * cell + hex_at, pairs + 2 * row[i], 2 * sizeof(Ch));
+      q += cells_length;
+    } else {  // cell by cell
+      for (int32_t i = 0; i < n; ++i) {
+        q = area.Reserve(q, cell);
+        CopyBlocks(q, cell_template, cell);
+        std::memcpy(q + hex_at, pairs + 2 * row[i], 2 * sizeof(Ch));
+        q += cell;
+      }
+      q -= between;
+    }
     done += n;
     column = 0;
   }
+  area.Flush(q);
 }
 
 template void RenderDump(Engine<char>*, const unsigned char*, int32_t, bool);

@@ -3,6 +3,7 @@
 
 #include <climits>
 #include <cstdio>
+#include <type_traits>
 
 namespace portwren::format_detail {
 
@@ -35,6 +36,47 @@ template <class Ch>
 constexpr Ch kOneBlank[2] = {Ch(' '), 0};
 
 bool IsDigit(int c) { return c >= '0' && c <= '9'; }
+
+// Characters that may follow "%" before the conversion: flags, width, precision, length.
+constexpr auto kBeforeConversion = [] {
+  std::array<bool, 128> table{};
+  for (const char c : {'-', '0', '+', ' ', '#', '\'', '*', '.', 'l', 'h'}) table[static_cast<unsigned char>(c)] = true;
+  for (char c = '1'; c <= '9'; ++c) table[static_cast<unsigned char>(c)] = true;
+  return table;
+}();
+
+constexpr uint32_t kPowersOfTen[] = {10u, 100u, 1000u, 10000u, 100000u, 1000000u, 10000000u, 100000000u,
+                                     1000000000u};
+
+int32_t DecimalCount(uint32_t value) {
+  int32_t n = 1;
+  while (n < 10 && value >= kPowersOfTen[n - 1]) ++n;
+  return n;
+}
+
+// The decimal digits of value (at least one), ending just before `end`.
+template <class Ch>
+void WriteDecimal(Ch* end, uint32_t value) {
+  while (value >= 100) {
+    const unsigned pair = (value % 100) * 2;
+    value /= 100;
+    end -= 2;
+    end[0] = Ch(kDigitPairs[pair]);
+    end[1] = Ch(kDigitPairs[pair + 1]);
+  }
+  if (value >= 10) {
+    end[-2] = Ch(kDigitPairs[value * 2]);
+    end[-1] = Ch(kDigitPairs[value * 2 + 1]);
+  } else {
+    end[-1] = Ch('0' + value);
+  }
+}
+
+template <class Ch>
+bool ClassOf(Ch c) {
+  const auto u = static_cast<std::make_unsigned_t<Ch>>(c);
+  return u < 128 && kBeforeConversion[u];
+}
 
 // A run of decimal digits, held below INT32_MAX.
 template <class Ch>
@@ -73,20 +115,30 @@ template <class Ch>
 Ch* PlainDigits(Ch* end, uint64_t value, unsigned base, bool upper, int32_t min_digits, bool octal_alt) {
   Ch* p = end;
   if (base == 10) {
-    while (value >= 100) {
-      const unsigned pair = static_cast<unsigned>(value % 100) * 2;
-      value /= 100;
+    if (value > 0xFFFFFFFFu) {
+      while (value >= 100) {
+        const unsigned pair = static_cast<unsigned>(value % 100) * 2;
+        value /= 100;
+        p -= 2;
+        p[0] = Ch(kDigitPairs[pair]);
+        p[1] = Ch(kDigitPairs[pair + 1]);
+      }
+    }
+    uint32_t small = static_cast<uint32_t>(value);  // 32-bit division is the cheaper one
+    while (small >= 100) {
+      const unsigned pair = (small % 100) * 2;
+      small /= 100;
       p -= 2;
       p[0] = Ch(kDigitPairs[pair]);
       p[1] = Ch(kDigitPairs[pair + 1]);
     }
-    if (value >= 10) {
-      const unsigned pair = static_cast<unsigned>(value) * 2;
+    if (small >= 10) {
+      const unsigned pair = small * 2;
       p -= 2;
       p[0] = Ch(kDigitPairs[pair]);
       p[1] = Ch(kDigitPairs[pair + 1]);
-    } else if (value > 0) {
-      *--p = Ch('0' + value);
+    } else if (small > 0) {
+      *--p = Ch('0' + small);
     }
   } else {
     const char* digits = upper ? kUpperHex : kLowerHex;
@@ -167,7 +219,7 @@ int32_t Engine<Ch>::Run() {
       Put(run, static_cast<int32_t>(p - run));
     }
     if (*p == 0) break;
-    p = Directive(p);
+    if (slow_ || !QuickDirective(p)) p = Directive(p);
   }
   if (out_ != nullptr) *out_ = 0;
   const int32_t count = static_cast<int32_t>(count_);
@@ -218,59 +270,125 @@ double Engine<Ch>::ArgDouble() {
   return args_ != nullptr ? va_arg(*args_, double) : 0.0;
 }
 
+// The directives of nearly every log line (%s %d %u %c %p and %0Nd %0Nu with one width digit),
+// taken without the general parse when the buffer is the only output. With a piece writer or
+// a trace the general path runs, as it cuts zero padding into a piece of its own.
+template <class Ch>
+bool Engine<Ch>::QuickDirective(const Ch*& p) {
+  Ch conversion = p[1];
+  const Ch* next = p + 2;
+  int32_t zero_width = 0;
+  if (conversion == Ch('0') && p[2] >= Ch('1') && p[2] <= Ch('9') && (p[3] == Ch('u') || p[3] == Ch('d'))) {
+    zero_width = static_cast<int32_t>(p[2] - Ch('0'));
+    conversion = p[3];
+    next = p + 4;
+  }
+  // Digits are written straight into the buffer when it has room: copying them from a scratch
+  // area would read back fresh byte stores with wide loads, which stalls.
+  Ch work[24];
+  switch (conversion) {
+    case Ch('u'):
+    case Ch('d'): {
+      if (separator_length_ > 0) return false;
+      const int32_t value = ArgInt();
+      const bool negative = conversion == Ch('d') && value < 0;
+      const uint32_t magnitude = negative ? 0u - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
+      const int32_t digits = DecimalCount(magnitude);
+      const int32_t sign = negative ? 1 : 0;
+      const int32_t zeros = zero_width - sign > digits ? zero_width - sign - digits : 0;
+      const int32_t length = sign + zeros + digits;
+      const bool direct = out_end_ - out_ >= length;
+      Ch* const to = direct ? out_ : work;
+      WriteDecimal(to + length, magnitude);
+      for (int32_t i = sign; i < sign + zeros; ++i) to[i] = Ch('0');
+      if (negative) to[0] = Ch('-');
+      Emit(to, length, direct);
+      break;
+    }
+    case Ch('s'): {
+      const Ch* string = static_cast<const Ch*>(ArgPointer());
+      if (string != nullptr) Put(string, TextLength(string));
+      break;
+    }
+    case Ch('c'):
+      work[0] = static_cast<Ch>(ArgInt());
+      Put(work, 1);
+      break;
+    case Ch('p'): {
+      if (separator_length_ > 0) return false;
+      uint64_t value = reinterpret_cast<uintptr_t>(ArgPointer());
+      const bool direct = out_end_ - out_ >= 16;
+      Ch* const to = direct ? out_ : work;
+      for (Ch* d = to + 16; d > to; value >>= 8) {
+        d -= 2;
+        d[0] = Ch(kLowerHex[(value >> 4) & 15]);
+        d[1] = Ch(kLowerHex[value & 15]);
+      }
+      Emit(to, 16, direct);
+      break;
+    }
+    default:
+      return false;
+  }
+  p = next;
+  return true;
+}
+
 template <class Ch>
 const Ch* Engine<Ch>::Directive(const Ch* start) {
   const Ch* p = start + 1;
   Spec spec;
-  for (;; ++p) {
-    if (*p == Ch('-')) {
-      spec.flags |= Spec::kLeft;
-    } else if (*p == Ch('0')) {
-      spec.flags |= Spec::kZero;
-    } else if (*p == Ch('+')) {
-      spec.flags |= Spec::kPlus;
-    } else if (*p == Ch(' ')) {
-      spec.flags |= Spec::kSpace;
-    } else if (*p == Ch('#')) {
-      spec.flags |= Spec::kAlt;
-    } else if (*p != Ch('\'')) {  // accepted and ignored
-      break;
+  if (ClassOf(*p) != 0) {  // most directives are a bare conversion letter
+    for (;; ++p) {
+      if (*p == Ch('-')) {
+        spec.flags |= Spec::kLeft;
+      } else if (*p == Ch('0')) {
+        spec.flags |= Spec::kZero;
+      } else if (*p == Ch('+')) {
+        spec.flags |= Spec::kPlus;
+      } else if (*p == Ch(' ')) {
+        spec.flags |= Spec::kSpace;
+      } else if (*p == Ch('#')) {
+        spec.flags |= Spec::kAlt;
+      } else if (*p != Ch('\'')) {  // accepted and ignored
+        break;
+      }
     }
-  }
-  if (*p == Ch('*')) {
-    ++p;
-    const int32_t width = ArgInt();
-    spec.width_given = true;
-    spec.width_arg = width;
-    if (width < 0) {
-      spec.flags |= Spec::kLeft;
-      spec.width = width == INT32_MIN ? INT32_MAX : -width;
-    } else {
-      spec.width = width;
-    }
-  } else if (IsDigit(*p)) {
-    spec.width_given = true;
-    spec.width = ParseCount(p);
-    spec.width_arg = spec.width;
-  }
-  if (*p == Ch('.')) {
-    ++p;
     if (*p == Ch('*')) {
       ++p;
-      const int32_t precision = ArgInt();
-      spec.precision = precision < 0 ? -1 : precision;
-    } else {
-      spec.precision = ParseCount(p);
+      const int32_t width = ArgInt();
+      spec.width_given = true;
+      spec.width_arg = width;
+      if (width < 0) {
+        spec.flags |= Spec::kLeft;
+        spec.width = width == INT32_MIN ? INT32_MAX : -width;
+      } else {
+        spec.width = width;
+      }
+    } else if (IsDigit(*p)) {
+      spec.width_given = true;
+      spec.width = ParseCount(p);
+      spec.width_arg = spec.width;
     }
-  }
-  if (*p == Ch('l')) {
-    ++p;
+    if (*p == Ch('.')) {
+      ++p;
+      if (*p == Ch('*')) {
+        ++p;
+        const int32_t precision = ArgInt();
+        spec.precision = precision < 0 ? -1 : precision;
+      } else {
+        spec.precision = ParseCount(p);
+      }
+    }
     if (*p == Ch('l')) {
-      spec.long_long = true;
+      ++p;
+      if (*p == Ch('l')) {
+        spec.long_long = true;
+        ++p;
+      }
+    } else if (*p == Ch('h')) {
       ++p;
     }
-  } else if (*p == Ch('h')) {
-    ++p;
   }
   const Ch conversion = *p;
   if (conversion != 0) ++p;
@@ -513,34 +631,35 @@ void Engine<Ch>::Repeat() {
 template <class Ch>
 void Engine<Ch>::SetDumpState(Ch conversion) {
   const Spec& spec = spec_;
+  DumpState<Ch>& dump = MutableDump();
   if (conversion == Ch('v')) {
-    dump_.address_base = static_cast<uint64_t>(ArgLongLong());
-    dump_.address_group = spec.width_given ? spec.width : 0;
-    dump_.address_digits = spec.precision;
+    dump.address_base = static_cast<uint64_t>(ArgLongLong());
+    dump.address_group = spec.width_given ? spec.width : 0;
+    dump.address_digits = spec.precision;
     return;
   }
   if (conversion == Ch('R') || conversion == Ch('r')) {
     const int32_t per_row = ArgInt();
-    dump_.bytes_per_row = per_row < 0 ? 0 : per_row > kMaxRowBytes ? kMaxRowBytes : per_row;
-    dump_.indent = spec.width > kMaxIndent ? kMaxIndent : spec.width;
-    dump_.first_column =
-        spec.precision > 0 && dump_.bytes_per_row > 0 ? spec.precision % dump_.bytes_per_row : 0;
-    dump_.ruler = conversion == Ch('R');
+    dump.bytes_per_row = per_row < 0 ? 0 : per_row > kMaxRowBytes ? kMaxRowBytes : per_row;
+    dump.indent = spec.width > kMaxIndent ? kMaxIndent : spec.width;
+    dump.first_column =
+        spec.precision > 0 && dump.bytes_per_row > 0 ? spec.precision % dump.bytes_per_row : 0;
+    dump.ruler = conversion == Ch('R');
     return;
   }
   const Ch* text = static_cast<const Ch*>(ArgPointer());
   if (conversion == Ch('k')) {
-    dump_.between_length = text != nullptr ? TextLengthMax(text, kBetweenMax) : 0;
-    if (dump_.between_length > 0) std::memcpy(dump_.between, text, sizeof(Ch) * dump_.between_length);
+    dump.between_length = text != nullptr ? TextLengthMax(text, kBetweenMax) : 0;
+    if (dump.between_length > 0) std::memcpy(dump.between, text, sizeof(Ch) * dump.between_length);
     return;
   }
   // %K: the first half goes before each byte, the rest after it
   const int32_t length = text != nullptr ? TextLength(text) : 0;
   const int32_t half = length / 2;
-  dump_.before_length = half < kBeforeAfterMax ? half : kBeforeAfterMax;
-  dump_.after_length = length - half < kBeforeAfterMax ? length - half : kBeforeAfterMax;
-  if (dump_.before_length > 0) std::memcpy(dump_.before, text, sizeof(Ch) * dump_.before_length);
-  if (dump_.after_length > 0) std::memcpy(dump_.after, text + half, sizeof(Ch) * dump_.after_length);
+  dump.before_length = half < kBeforeAfterMax ? half : kBeforeAfterMax;
+  dump.after_length = length - half < kBeforeAfterMax ? length - half : kBeforeAfterMax;
+  if (dump.before_length > 0) std::memcpy(dump.before, text, sizeof(Ch) * dump.before_length);
+  if (dump.after_length > 0) std::memcpy(dump.after, text + half, sizeof(Ch) * dump.after_length);
 }
 
 template <class Ch>
@@ -550,6 +669,7 @@ void Engine<Ch>::Dump(bool upper) {
   const int32_t count =
       spec_.width_given ? spec_.width_arg : static_cast<int32_t>(std::strlen(reinterpret_cast<const char*>(bytes)));
   if (count < 1) return;
+  MutableDump();
   RenderDump(this, bytes, count, upper);
 }
 
@@ -557,13 +677,13 @@ void Engine<Ch>::Dump(bool upper) {
 // deeper; it inherits nothing of the parent's directive state.
 template <class Ch>
 typename Engine<Ch>::Sink Engine<Ch>::ChildSink() {
+  if (out_ != nullptr) *out_ = 0;
   Sink child;
   child.writer = writer_;
   child.context = context_;
-  if (out_ != nullptr) {
-    *out_ = 0;
-    child.buffer = out_;
-    child.room = static_cast<int32_t>(out_end_ - out_) + 1;
+  if (sink_->buffer != nullptr) {  // what is left of the parent's buffer (room < 1 once it is full)
+    child.buffer = sink_->buffer + static_cast<int32_t>(count_);
+    child.room = static_cast<int32_t>(static_cast<uint32_t>(sink_->room) - count_);
   }
   child.level = sink_->level + 1;
   child.base_pos = static_cast<int32_t>(static_cast<uint32_t>(sink_->base_pos) + count_);

@@ -29,6 +29,32 @@ constexpr std::array<Ch, N> Widen(const char (&text)[N]) {
   return out;
 }
 
+// Copies n characters; short runs (most pieces) without a library call. Every source byte is
+// read before any is written, so the copy may overlap (appending copies a buffer onto itself).
+template <class Ch>
+inline void CopyChars(Ch* to, const Ch* from, std::size_t n) {
+  const std::size_t bytes = n * sizeof(Ch);
+  auto* d = reinterpret_cast<unsigned char*>(to);
+  const auto* s = reinterpret_cast<const unsigned char*>(from);
+  if (bytes >= 8 && bytes <= 16) {
+    uint64_t head, tail;
+    std::memcpy(&head, s, 8);
+    std::memcpy(&tail, s + bytes - 8, 8);
+    std::memcpy(d, &head, 8);
+    std::memcpy(d + bytes - 8, &tail, 8);
+  } else if (bytes >= 4 && bytes < 8) {
+    uint32_t head, tail;
+    std::memcpy(&head, s, 4);
+    std::memcpy(&tail, s + bytes - 4, 4);
+    std::memcpy(d, &head, 4);
+    std::memcpy(d + bytes - 4, &tail, 4);
+  } else if (bytes < 4) {
+    for (std::size_t i = 0; i < bytes; ++i) d[i] = s[i];
+  } else {
+    std::memmove(d, s, bytes);
+  }
+}
+
 template <class Ch>
 int32_t TextLength(const Ch* text) {
   if constexpr (sizeof(Ch) == 1) {
@@ -79,21 +105,31 @@ struct Spec {
   bool long_long = false;
 };
 
+// Left uninitialised until a call first uses a dump directive: most calls never do.
 template <class Ch>
 struct DumpState {
   Ch between[kBetweenMax];
   Ch before[kBeforeAfterMax];
   Ch after[kBeforeAfterMax];
-  int32_t between_length = 0;
-  int32_t before_length = 0;
-  int32_t after_length = 0;
-  int32_t bytes_per_row = 0;   // 0: all bytes in one row
-  int32_t indent = 0;
-  int32_t first_column = 0;
-  bool ruler = false;
-  uint64_t address_base = 0;
-  int32_t address_group = 0;
-  int32_t address_digits = -1;  // -1: none given
+  int32_t between_length;
+  int32_t before_length;
+  int32_t after_length;
+  int32_t bytes_per_row;   // 0: all bytes in one row
+  int32_t indent;
+  int32_t first_column;
+  bool ruler;
+  uint64_t address_base;
+  int32_t address_group;
+  int32_t address_digits;  // -1: none given
+
+  void Reset() {
+    between_length = before_length = after_length = 0;
+    bytes_per_row = indent = first_column = 0;
+    ruler = false;
+    address_base = 0;
+    address_group = 0;
+    address_digits = -1;
+  }
 };
 
 // Writes the digits of value so that they end just before `end`: at least min_digits of them
@@ -127,7 +163,7 @@ class Engine {
     *length = separator_length_;
     return separator_;
   }
-  DumpState<Ch>& dump() { return dump_; }
+  const DumpState<Ch>& dump() const { return dump_; }
   bool streaming() const { return slow_; }
 
  private:
@@ -135,14 +171,23 @@ class Engine {
     if (out_ < out_end_) {
       const std::ptrdiff_t room = out_end_ - out_;
       const std::ptrdiff_t take = length < room ? length : room;
-      // memmove: appending copies the buffer's own text onto itself.
-      std::memmove(out_, text, static_cast<std::size_t>(take) * sizeof(Ch));
+      CopyChars(out_, text, static_cast<std::size_t>(take));
       out_ += take;
+    }
+  }
+  // Text already written in place (direct) only needs counting; elsewhere it is put as usual.
+  void Emit(const Ch* text, int32_t length, bool direct) {
+    if (direct) {
+      out_ += length;
+      count_ += static_cast<uint32_t>(length);
+    } else {
+      Put(text, length);
     }
   }
   void PutSlow(const Ch* text, int32_t length);
   void TracePiece(int32_t length, BasicFormatTraceRecord<Ch>* record);
 
+  bool QuickDirective(const Ch*& p);
   const Ch* Directive(const Ch* start);
   void Integer(Ch conversion);
   void Pointer(Ch conversion);
@@ -185,6 +230,14 @@ class Engine {
   const Ch* decimal_separator_;    // %T, for %D and %U
   int32_t decimal_separator_length_ = 1;
   DumpState<Ch> dump_;
+  bool dump_ready_ = false;
+  DumpState<Ch>& MutableDump() {
+    if (!dump_ready_) {
+      dump_.Reset();
+      dump_ready_ = true;
+    }
+    return dump_;
+  }
 };
 
 // The whole engine on a sink whose argument list may be null (then every argument reads as 0).
