@@ -169,7 +169,9 @@ class ThroughputReporter : public benchmark::ConsoleReporter {
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& run : runs) {
       if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
-      const double seconds = run.GetAdjustedRealTime() * 1e-9;  // per iteration, in ns by default
+      // Ours in CPU time (a loaded machine inflates wall time); xxd, a child process, in real time.
+      const bool real_time = run.benchmark_name().find("/real_time") != std::string::npos;
+      const double seconds = (real_time ? run.GetAdjustedRealTime() : run.GetAdjustedCPUTime()) * 1e-9;
       auto& best = seconds_[run.benchmark_name()];
       if (best == 0 || seconds < best) best = seconds;
     }

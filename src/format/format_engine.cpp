@@ -286,49 +286,40 @@ bool Engine<Ch>::QuickDirective(const Ch*& p) {
   // Digits are written straight into the buffer when it has room: copying them from a scratch
   // area would read back fresh byte stores with wide loads, which stalls.
   Ch work[24];
-  switch (conversion) {
-    case Ch('u'):
-    case Ch('d'): {
-      if (separator_length_ > 0) return false;
-      const int32_t value = ArgInt();
-      const bool negative = conversion == Ch('d') && value < 0;
-      const uint32_t magnitude = negative ? 0u - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
-      const int32_t digits = DecimalCount(magnitude);
-      const int32_t sign = negative ? 1 : 0;
-      const int32_t zeros = zero_width - sign > digits ? zero_width - sign - digits : 0;
-      const int32_t length = sign + zeros + digits;
-      const bool direct = out_end_ - out_ >= length;
-      Ch* const to = direct ? out_ : work;
-      WriteDecimal(to + length, magnitude);
-      for (int32_t i = sign; i < sign + zeros; ++i) to[i] = Ch('0');
-      if (negative) to[0] = Ch('-');
-      Emit(to, length, direct);
-      break;
+  if (conversion == Ch('u') || conversion == Ch('d')) {
+    if (separator_length_ > 0) return false;
+    const int32_t value = ArgInt();
+    const bool negative = conversion == Ch('d') && value < 0;
+    const uint32_t magnitude = negative ? 0u - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
+    const int32_t digits = DecimalCount(magnitude);
+    const int32_t sign = negative ? 1 : 0;
+    const int32_t zeros = zero_width - sign > digits ? zero_width - sign - digits : 0;
+    const int32_t length = sign + zeros + digits;
+    const bool direct = out_end_ - out_ >= length;
+    Ch* const to = direct ? out_ : work;
+    WriteDecimal(to + length, magnitude);
+    for (int32_t i = sign; i < sign + zeros; ++i) to[i] = Ch('0');
+    if (negative) to[0] = Ch('-');
+    Emit(to, length, direct);
+  } else if (conversion == Ch('s')) {
+    const Ch* string = static_cast<const Ch*>(ArgPointer());
+    if (string != nullptr) Put(string, TextLength(string));
+  } else if (conversion == Ch('c')) {
+    work[0] = static_cast<Ch>(ArgInt());
+    Put(work, 1);
+  } else if (conversion == Ch('p')) {
+    if (separator_length_ > 0) return false;
+    uint64_t value = reinterpret_cast<uintptr_t>(ArgPointer());
+    const bool direct = out_end_ - out_ >= 16;
+    Ch* const to = direct ? out_ : work;
+    for (Ch* d = to + 16; d > to; value >>= 8) {
+      d -= 2;
+      d[0] = Ch(kLowerHex[(value >> 4) & 15]);
+      d[1] = Ch(kLowerHex[value & 15]);
     }
-    case Ch('s'): {
-      const Ch* string = static_cast<const Ch*>(ArgPointer());
-      if (string != nullptr) Put(string, TextLength(string));
-      break;
-    }
-    case Ch('c'):
-      work[0] = static_cast<Ch>(ArgInt());
-      Put(work, 1);
-      break;
-    case Ch('p'): {
-      if (separator_length_ > 0) return false;
-      uint64_t value = reinterpret_cast<uintptr_t>(ArgPointer());
-      const bool direct = out_end_ - out_ >= 16;
-      Ch* const to = direct ? out_ : work;
-      for (Ch* d = to + 16; d > to; value >>= 8) {
-        d -= 2;
-        d[0] = Ch(kLowerHex[(value >> 4) & 15]);
-        d[1] = Ch(kLowerHex[value & 15]);
-      }
-      Emit(to, 16, direct);
-      break;
-    }
-    default:
-      return false;
+    Emit(to, 16, direct);
+  } else {
+    return false;
   }
   p = next;
   return true;
