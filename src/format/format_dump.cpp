@@ -1,5 +1,6 @@
-// Hex dumps (%m, %M): ruler, address column, byte cells. Rows are built in a stack area and
-// leave the engine in large pieces, so a streaming sink sees few calls.
+// Hex dumps: the state directives (%k %K %R %r %v) and the dump itself (%m %M) with ruler,
+// address column and byte cells. Rows are built in a stack area and leave the engine in large
+// pieces, so a streaming sink sees few calls.
 //
 // The write cursor is kept in a local variable throughout: held in a structure, every byte
 // stored through it might alias the cursor itself, and the compiler would reload it each time.
@@ -108,6 +109,51 @@ struct DumpArea {
 };
 
 }  // namespace
+
+template <class Ch>
+void Engine<Ch>::SetDumpState(Ch conversion) {
+  const Spec& spec = spec_;
+  DumpState<Ch>& dump = MutableDump();
+  if (conversion == Ch('v')) {
+    dump.address_base = static_cast<uint64_t>(ArgLongLong());
+    dump.address_group = spec.width_given ? spec.width : 0;
+    dump.address_digits = spec.precision;
+    return;
+  }
+  if (conversion == Ch('R') || conversion == Ch('r')) {
+    const int32_t per_row = ArgInt();
+    dump.bytes_per_row = per_row < 0 ? 0 : per_row > kMaxRowBytes ? kMaxRowBytes : per_row;
+    dump.indent = spec.width > kMaxIndent ? kMaxIndent : spec.width;
+    dump.first_column =
+        spec.precision > 0 && dump.bytes_per_row > 0 ? spec.precision % dump.bytes_per_row : 0;
+    dump.ruler = conversion == Ch('R');
+    return;
+  }
+  const Ch* text = static_cast<const Ch*>(ArgPointer());
+  if (conversion == Ch('k')) {
+    dump.between_length = text != nullptr ? TextLengthMax(text, kBetweenMax) : 0;
+    if (dump.between_length > 0) std::memcpy(dump.between, text, sizeof(Ch) * dump.between_length);
+    return;
+  }
+  // %K: the first half goes before each byte, the rest after it
+  const int32_t length = text != nullptr ? TextLength(text) : 0;
+  const int32_t half = length / 2;
+  dump.before_length = half < kBeforeAfterMax ? half : kBeforeAfterMax;
+  dump.after_length = length - half < kBeforeAfterMax ? length - half : kBeforeAfterMax;
+  if (dump.before_length > 0) std::memcpy(dump.before, text, sizeof(Ch) * dump.before_length);
+  if (dump.after_length > 0) std::memcpy(dump.after, text + half, sizeof(Ch) * dump.after_length);
+}
+
+template <class Ch>
+void Engine<Ch>::Dump(bool upper) {
+  const unsigned char* bytes = static_cast<const unsigned char*>(ArgPointer());
+  if (bytes == nullptr) return;
+  const int32_t count =
+      spec_.width_given ? spec_.width_arg : static_cast<int32_t>(std::strlen(reinterpret_cast<const char*>(bytes)));
+  if (count < 1) return;
+  MutableDump();
+  RenderDump(this, bytes, count, upper);
+}
 
 template <class Ch>
 void RenderDump(Engine<Ch>* engine, const unsigned char* bytes, int32_t count, bool upper) {
@@ -226,5 +272,9 @@ void RenderDump(Engine<Ch>* engine, const unsigned char* bytes, int32_t count, b
 
 template void RenderDump(Engine<char>*, const unsigned char*, int32_t, bool);
 template void RenderDump(Engine<char16_t>*, const unsigned char*, int32_t, bool);
+template void Engine<char>::SetDumpState(char);
+template void Engine<char16_t>::SetDumpState(char16_t);
+template void Engine<char>::Dump(bool);
+template void Engine<char16_t>::Dump(bool);
 
 }  // namespace portwren::format_detail

@@ -21,6 +21,15 @@ inline constexpr int32_t kBeforeAfterMax = 4;
 inline constexpr int32_t kMaxRowBytes = 256;
 inline constexpr int32_t kMaxIndent = 64;
 
+inline constexpr char kDigitPairs[] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
+inline constexpr char kLowerHex[] = "0123456789abcdef";
+inline constexpr char kUpperHex[] = "0123456789ABCDEF";
+
+inline bool IsDigit(int c) { return c >= '0' && c <= '9'; }
+
 // A narrow literal as an array of either character type (the engine's own formats are ASCII).
 template <class Ch, std::size_t N>
 constexpr std::array<Ch, N> Widen(const char (&text)[N]) {
