@@ -4,7 +4,12 @@
 #include <cstring>
 
 #include "console/command_line.h"
+#include "console/run_settings.h"
+#include "console/key_loop.h"
+#include "console/main_line.h"
+#include "console/port_open.h"
 #include "console/usage.h"
+#include "echo/crc32.h"
 #include "format/format.h"
 #include "format/thread_mark.h"
 
@@ -24,7 +29,7 @@ int RunProgram(int argc, char** argv) {
   std::printf("Portwren version %d.%d.%d, compiled on %s %s\n", kVersionMajor, kVersionMinor, kVersionPatch,
               __DATE__, __TIME__);
   // Driver kernel version; the request-definition check ends the program with 2 when it fails.
-  // CRC-32 table of the echo chunks.
+  BuildCrc32Table();  // echo chunks
   SetFormatLineEnd(1);                // CR LF between dump rows, as on the console
   RegisterThread(ThreadRole::kMain);  // main-thread mark
 
@@ -40,8 +45,13 @@ int RunProgram(int argc, char** argv) {
   // Enumerate the VCOMs (printed only when listing was asked for).
   // Unplug all VCOMs, reinstall the VBUS.
   // Without a port: end here.
-  // Open the port (read-only retry), settings summary, read log.
-  // Timeouts, baud rate and framing, queue sizes; then the key loop.
+  if (g_no_port_mode) return 0;
+
+  MainLine line;
+  if (!OpenPort(line)) return 1;
+  ConfigurePort(line);
+  std::printf("Choose action: 'R/r' read, 'W/w' write, '?' help. <ESC> quit.\n");
+  RunKeyLoop(line);
   return 0;
 }
 

@@ -115,11 +115,13 @@ TEST_P(CommandLineEndToEnd, MissingValueAndTwoPorts) {
   EXPECT_EQ(r.exit_code, 1);
 }
 
-TEST_P(CommandLineEndToEnd, GoodCommandLineEndsWithZero) {
-  const ProcessResult r = Run({"COM3", "-b", "20", "-c", "4000", "--rtoi=-1", "--rtom=-1", "--rtoc=3000"});
-  EXPECT_EQ(r.out, kBanner);
+TEST_P(CommandLineEndToEnd, AcceptedCommandLineWithAMissingPortGivesTheHint) {
+  const ProcessResult r = Run({"COM12", "-b", "20", "-c", "4000", "--rtoi=-1", "--rtom=-1", "--rtoc=3000"});
+  EXPECT_EQ(r.out, std::string(kBanner) +
+                       "CreateFile('COM12') fail. WinErr=2(ERROR_FILE_NOT_FOUND)\n"
+                       "Did you forget to add extra prefix for COM12 ? Try \\\\.\\COM12 instead.\n");
   EXPECT_EQ(r.err, "");
-  EXPECT_EQ(r.exit_code, 0);
+  EXPECT_EQ(r.exit_code, 1);
 }
 
 TEST_P(CommandLineEndToEnd, ListingTakesNoPort) {
