@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# Runs every benchmark program and prints each one's closing summary (ratios against the
+# baselines measured in the same run: snprintf, xxd, zlib).
+# Usage: scripts/run-benchmarks.sh <build/native/bench directory>
+set -euo pipefail
+dir=${1:?usage: run-benchmarks.sh <bench build directory>}
+status=0
+for bench in "$dir"/*_bench; do
+  [ -x "$bench" ] || continue
+  echo "=== $(basename "$bench")"
+  "$bench" --benchmark_min_time=0.2 || status=1
+  echo
+done
+exit $status
