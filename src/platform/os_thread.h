@@ -9,9 +9,9 @@ using ThreadProc = Dword (*)(void* argument);
 
 inline constexpr Dword kStillActive = 259;
 
-// stack_size 0 takes the default; any size is only a starting size, as on Windows, where the
-// stack can grow to the executable's reserve (1 MB or more). nullptr on failure. The id is the
-// one GetCurrentThreadId reports inside the thread.
+// stack_size 0 takes the default. As on Windows, where a stack grows up to the executable's
+// reserve, a small size never makes a stack smaller than the default one. nullptr on failure.
+// The id is the one GetCurrentThreadId reports inside the thread.
 Handle CreateThread(ThreadProc procedure, void* argument, Dword stack_size, Dword* thread_id);
 
 // kStillActive while the thread runs, then the procedure's result.

@@ -28,6 +28,8 @@ bool BaudReached(Dword actual, Dword wanted) {
   return difference * 100 <= uint64_t{wanted} * 3;
 }
 
+constexpr tcflag_t kFramingFlags = CSIZE | PARENB | PARODD | CMSPAR | CSTOPB;
+
 // A device without modem lines (a pty) answers ENOTTY or EINVAL: "not supported".
 Dword ModemLineError(int error_number) {
   return error_number == ENOTTY || error_number == EINVAL ? kErrNotSupported : WinErrorFromErrno(error_number);
@@ -42,6 +44,12 @@ bool SerialDevice::GetState(Dcb* dcb) {
   termios2 settings;
   if (ioctl(fd_, TCGETS2, &settings) != 0) return FailWithErrno(errno);
   *dcb = TermiosToDcb(settings, shadow_);
+  if (framing_known_ && (settings.c_cflag & kFramingFlags) == framing_cflag_ && settings.c_ospeed == framing_speed_) {
+    dcb->BaudRate = shadow_.BaudRate;
+    dcb->ByteSize = shadow_.ByteSize;
+    dcb->Parity = shadow_.Parity;
+    dcb->StopBits = shadow_.StopBits;
+  }
   return true;
 }
 
@@ -59,11 +67,15 @@ bool SerialDevice::SetState(const Dcb& requested) {
     return Fail(error == EINVAL ? kErrInvalidParameter : WinErrorFromErrno(error));
   }
   termios2 applied;
-  if (ioctl(fd_, TCGETS2, &applied) == 0 && !BaudReached(applied.c_ospeed, dcb.BaudRate)) {
+  if (ioctl(fd_, TCGETS2, &applied) != 0) applied = after;
+  if (!BaudReached(applied.c_ospeed, dcb.BaudRate)) {
     ioctl(fd_, TCSETS2, &before);
     return Fail(kErrInvalidParameter);
   }
   shadow_ = dcb;
+  framing_known_ = true;
+  framing_cflag_ = applied.c_cflag & kFramingFlags;
+  framing_speed_ = applied.c_ospeed;
   if (modem_ok_) {
     // Lines the Dcb drives by hand; handshake modes are the terminal's business.
     int dtr = TIOCM_DTR;

@@ -37,6 +37,11 @@ bool SerialDevice::Init(Dword* error) {
     return false;
   }
   MakeRaw(&settings);
+  if (settings.c_ospeed == 0) {
+    // B0 would mean "hang up"; a Windows port always has a rate.
+    settings.c_cflag = (settings.c_cflag & ~static_cast<tcflag_t>(CBAUD | CIBAUD)) | BOTHER;
+    settings.c_ospeed = settings.c_ispeed = 9600;
+  }
   settings.c_cc[VSTART] = 0x11;
   settings.c_cc[VSTOP] = 0x13;
   if (ioctl(fd_, TCSETS2, &settings) != 0) {

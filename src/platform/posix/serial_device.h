@@ -136,6 +136,12 @@ class SerialDevice : public IoObject {
 
   CommTimeouts timeouts_;
   Dcb shadow_;  // the last Dcb set, for the fields termios has no place for
+  // Framing and speed as the terminal showed them right after the last SetCommState. A pty
+  // keeps neither data bits nor parity; as long as the terminal still shows the same, the
+  // port reports what was set, as a virtual port driver does.
+  bool framing_known_ = false;
+  uint32_t framing_cflag_ = 0;
+  uint32_t framing_speed_ = 0;
   Dword in_queue_size_ = 4096;
   Dword out_queue_size_ = 0;
 

@@ -12,10 +12,6 @@ namespace portwren::os::posix {
 
 namespace {
 
-// Windows stacks grow up to the executable's reserve (1 MB or more) whatever the starting
-// size asked for; give the same room so that code tuned there does not overflow here.
-constexpr size_t kMinimumStack = size_t{1} << 20;
-
 class ThreadObject : public Waitable {
  public:
   bool IsSignalledFor(Dword) const override { return ended_; }
@@ -51,9 +47,15 @@ void* ThreadEntry(void* raw) {
   return nullptr;
 }
 
-size_t StackSize(Dword requested) {
+// A Windows stack grows up to the executable's reserve (1 MB or more) whatever starting size
+// is asked for, so a size here is only ever an enlargement of the system's default thread
+// stack. (The default also leaves room for what lives at the top of a thread's stack, such
+// as thread-local storage, which under ThreadSanitizer alone takes most of a megabyte.)
+size_t StackSize(const pthread_attr_t& defaults, Dword requested) {
+  size_t size = 0;
+  pthread_attr_getstacksize(&defaults, &size);
   const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-  const size_t size = std::max<size_t>(requested, kMinimumStack);
+  size = std::max<size_t>(size, requested);
   return (size + page - 1) / page * page;
 }
 
@@ -80,7 +82,7 @@ Handle CreateThread(ThreadProc procedure, void* argument, Dword stack_size, Dwor
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-  pthread_attr_setstacksize(&attributes, StackSize(stack_size));
+  pthread_attr_setstacksize(&attributes, StackSize(attributes, stack_size));
   pthread_t pthread;
   const int error = pthread_create(&pthread, &attributes, ThreadEntry, start);
   pthread_attr_destroy(&attributes);

@@ -1,0 +1,167 @@
+// The SetupDi-shaped enumeration: none of the system's devices here, and the calls over a
+// device list (a test source standing in for a future sysfs listing).
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "platform/os_device_enum.h"
+#include "platform/posix/device_source.h"
+#include "support/handle_holder.h"
+
+namespace portwren {
+namespace {
+
+using namespace os;
+
+constexpr Guid kOtherClass = {0x20161207, 0x6A0C, 0x11D2, {0xB8, 0x41, 0x00, 0xC0, 0x4F, 0xAD, 0x51, 0x71}};
+
+std::vector<posix::DeviceEntry> TwoDevices() {
+  posix::DeviceEntry port;
+  port.interface_class = kGuidDevInterfaceComPort;
+  port.interface_path = "/dev/ttyUSB0";
+  port.instance_id = "USB\\VID_0403&PID_6001\\A1";
+  port.friendly_name = "USB Serial Port (COM7)";
+  port.description = "USB Serial Port";
+  port.service = "ftdi_sio";
+  port.port_name = "COM7";
+  posix::DeviceEntry other;
+  other.interface_class = kOtherClass;
+  other.interface_path = "/dev/other";
+  other.instance_id = "ROOT\\OTHER\\0000";
+  return {other, port};
+}
+
+class DeviceEnumTest : public ::testing::Test {
+ protected:
+  void SetUp() override { posix::SetDeviceSource(TwoDevices); }
+  void TearDown() override { posix::SetDeviceSource(nullptr); }
+
+  DevInfoSetHolder ComPorts() {
+    return DevInfoSetHolder(SetupDiGetClassDevsA(&kGuidDevInterfaceComPort, nullptr,
+                                                 kDigcfPresent | kDigcfDeviceInterface));
+  }
+};
+
+TEST(SystemDevicesTest, NoSerialDevicesAreListedYet) {
+  DevInfoSetHolder set(
+      SetupDiGetClassDevsA(&kGuidDevInterfaceComPort, nullptr, kDigcfPresent | kDigcfDeviceInterface));
+  ASSERT_TRUE(set);
+  DeviceInterfaceData data;
+  EXPECT_FALSE(SetupDiEnumDeviceInterfaces(set.get(), nullptr, &kGuidDevInterfaceComPort, 0, &data));
+  EXPECT_EQ(GetLastError(), kErrNoMoreItems);
+  char target[260];
+  EXPECT_EQ(QueryDosDeviceA("COM7", target, sizeof target), 0u);
+  EXPECT_EQ(GetLastError(), kErrFileNotFound);
+}
+
+TEST_F(DeviceEnumTest, EnumeratesTheInterfacesOfTheClassAskedFor) {
+  DevInfoSetHolder set = ComPorts();
+  ASSERT_TRUE(set);
+  DeviceInterfaceData data;
+  ASSERT_TRUE(SetupDiEnumDeviceInterfaces(set.get(), nullptr, &kGuidDevInterfaceComPort, 0, &data));
+  EXPECT_TRUE(data.InterfaceClassGuid == kGuidDevInterfaceComPort);
+  EXPECT_FALSE(SetupDiEnumDeviceInterfaces(set.get(), nullptr, &kGuidDevInterfaceComPort, 1, &data));
+  EXPECT_EQ(GetLastError(), kErrNoMoreItems);
+
+  DevInfoSetHolder all(SetupDiGetClassDevsA(nullptr, nullptr, kDigcfAllClasses | kDigcfDeviceInterface));
+  ASSERT_TRUE(SetupDiEnumDeviceInterfaces(all.get(), nullptr, &kOtherClass, 0, &data));
+  DevInfoSetHolder by_enumerator(SetupDiGetClassDevsW(&kGuidDevInterfaceComPort, u"usb", kDigcfDeviceInterface));
+  EXPECT_TRUE(SetupDiEnumDeviceInterfaces(by_enumerator.get(), nullptr, &kGuidDevInterfaceComPort, 0, &data));
+  DevInfoSetHolder none(SetupDiGetClassDevsA(&kGuidDevInterfaceComPort, "ROOT", kDigcfDeviceInterface));
+  EXPECT_FALSE(SetupDiEnumDeviceInterfaces(none.get(), nullptr, &kGuidDevInterfaceComPort, 0, &data));
+}
+
+TEST_F(DeviceEnumTest, DetailGivesThePathOrTheSizeItNeeds) {
+  DevInfoSetHolder set = ComPorts();
+  DeviceInterfaceData data;
+  ASSERT_TRUE(SetupDiEnumDeviceInterfaces(set.get(), nullptr, &kGuidDevInterfaceComPort, 0, &data));
+
+  alignas(8) char storage[260] = {};
+  auto* detail = reinterpret_cast<DeviceInterfaceDetailA*>(storage);
+  detail->cbSize = sizeof(DeviceInterfaceDetailA);
+  EXPECT_EQ(sizeof(DeviceInterfaceDetailA), 8u);
+  Dword required = 0;
+  EXPECT_FALSE(SetupDiGetDeviceInterfaceDetailA(set.get(), &data, detail, 10, &required, nullptr));
+  EXPECT_EQ(GetLastError(), kErrInsufficientBuffer);
+  EXPECT_EQ(required, 4u + sizeof("/dev/ttyUSB0"));
+
+  DevInfoData device;
+  ASSERT_TRUE(SetupDiGetDeviceInterfaceDetailA(set.get(), &data, detail, sizeof storage, &required, &device));
+  EXPECT_STREQ(detail->DevicePath, "/dev/ttyUSB0");
+
+  alignas(8) char wide_storage[260] = {};
+  auto* wide = reinterpret_cast<DeviceInterfaceDetailW*>(wide_storage);
+  wide->cbSize = sizeof(DeviceInterfaceDetailW);
+  ASSERT_TRUE(SetupDiGetDeviceInterfaceDetailW(set.get(), &data, wide, sizeof wide_storage, nullptr, nullptr));
+  EXPECT_EQ(std::u16string(wide->DevicePath), u"/dev/ttyUSB0");
+
+  detail->cbSize = 5;  // a wrong size field is the caller's error
+  EXPECT_FALSE(SetupDiGetDeviceInterfaceDetailA(set.get(), &data, detail, sizeof storage, nullptr, nullptr));
+}
+
+TEST_F(DeviceEnumTest, PropertiesInstanceIdAndPortName) {
+  DevInfoSetHolder set = ComPorts();
+  DeviceInterfaceData data;
+  ASSERT_TRUE(SetupDiEnumDeviceInterfaces(set.get(), nullptr, &kGuidDevInterfaceComPort, 0, &data));
+  alignas(8) char storage[260] = {};
+  auto* detail = reinterpret_cast<DeviceInterfaceDetailA*>(storage);
+  detail->cbSize = sizeof(DeviceInterfaceDetailA);
+  DevInfoData device;
+  ASSERT_TRUE(SetupDiGetDeviceInterfaceDetailA(set.get(), &data, detail, sizeof storage, nullptr, &device));
+
+  char text[260] = {};
+  Dword type = 0;
+  ASSERT_TRUE(SetupDiGetDeviceRegistryPropertyA(set.get(), &device, kSpdrpFriendlyName, &type, text, sizeof text,
+                                                nullptr));
+  EXPECT_STREQ(text, "USB Serial Port (COM7)");
+  EXPECT_EQ(type, kRegSz);
+  char service[40] = {};
+  ASSERT_TRUE(SetupDiGetDeviceRegistryPropertyA(set.get(), &device, kSpdrpService, nullptr, service, sizeof service,
+                                                nullptr));
+  EXPECT_STREQ(service, "ftdi_sio");
+  Dword required = 0;
+  EXPECT_FALSE(SetupDiGetDeviceInstanceIdA(set.get(), &device, text, 4, &required));
+  EXPECT_EQ(GetLastError(), kErrInsufficientBuffer);
+  ASSERT_TRUE(SetupDiGetDeviceInstanceIdA(set.get(), &device, text, sizeof text, nullptr));
+  EXPECT_STREQ(text, "USB\\VID_0403&PID_6001\\A1");
+
+  RegKeyHolder key(SetupDiOpenDevRegKey(set.get(), &device, kDicsFlagGlobal, 0, kDiregDev, kKeyRead));
+  ASSERT_TRUE(key);
+  char small[8];
+  Dword size = 2;
+  EXPECT_EQ(RegQueryValueExA(key.get(), "PortName", &type, small, &size), kErrMoreData);
+  EXPECT_EQ(size, 5u);
+  size = sizeof small;
+  ASSERT_EQ(RegQueryValueExA(key.get(), "PortName", &type, small, &size), kErrSuccess);
+  EXPECT_STREQ(small, "COM7");
+  EXPECT_EQ(RegQueryValueExA(key.get(), "Missing", &type, small, &size), kErrFileNotFound);
+}
+
+TEST_F(DeviceEnumTest, MissingPropertiesAndBadHandlesFail) {
+  DevInfoSetHolder set(SetupDiGetClassDevsA(&kOtherClass, nullptr, kDigcfDeviceInterface));
+  DeviceInterfaceData data;
+  ASSERT_TRUE(SetupDiEnumDeviceInterfaces(set.get(), nullptr, &kOtherClass, 0, &data));
+  alignas(8) char storage[260] = {};
+  auto* detail = reinterpret_cast<DeviceInterfaceDetailA*>(storage);
+  detail->cbSize = sizeof(DeviceInterfaceDetailA);
+  DevInfoData device;
+  ASSERT_TRUE(SetupDiGetDeviceInterfaceDetailA(set.get(), &data, detail, sizeof storage, nullptr, &device));
+  char text[64];
+  EXPECT_FALSE(SetupDiGetDeviceRegistryPropertyA(set.get(), &device, kSpdrpFriendlyName, nullptr, text, sizeof text,
+                                                 nullptr));
+  EXPECT_EQ(GetLastError(), kErrInvalidData);
+  RegKeyHolder key(SetupDiOpenDevRegKey(set.get(), &device, kDicsFlagGlobal, 0, kDiregDev, kKeyRead));
+  Dword size = sizeof text;
+  EXPECT_EQ(RegQueryValueExA(key.get(), "PortName", nullptr, text, &size), kErrFileNotFound);
+
+  EXPECT_EQ(RegQueryValueExA(kInvalidHandle, "PortName", nullptr, text, &size), kErrInvalidHandle);
+  EXPECT_EQ(RegCloseKey(kInvalidHandle), kErrInvalidHandle);
+  EXPECT_FALSE(SetupDiDestroyDeviceInfoList(kInvalidHandle));
+  DevInfoData stranger;
+  stranger.Reserved = 99;
+  EXPECT_FALSE(SetupDiGetDeviceInstanceIdA(set.get(), &stranger, text, sizeof text, nullptr));
+}
+
+}  // namespace
+}  // namespace portwren

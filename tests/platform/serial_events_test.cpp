@@ -1,0 +1,180 @@
+// SetCommMask / WaitCommEvent: the history word, the wait that SetCommMask ends, and which
+// events a pseudo-terminal can and cannot produce.
+#include <gtest/gtest.h>
+
+#include "port_fixture.h"
+
+namespace portwren::testing_util {
+namespace {
+
+// A WaitCommEvent with its own event and mask word.
+struct EventWait {
+  EventWait() : event(CreateEventA(true, false)) { overlapped.hEvent = event.get(); }
+  bool Start(Handle port) {
+    mask = 0xDEAD;
+    completed = WaitCommEvent(port, &mask, &overlapped);
+    error = completed ? 0 : GetLastError();
+    return completed;
+  }
+  bool Done(Dword milliseconds) { return WaitForSingleObject(event.get(), milliseconds) == kWaitObject0; }
+
+  EventHolder event;
+  Overlapped overlapped;
+  Dword mask = 0;
+  bool completed = false;
+  Dword error = 0;
+};
+
+class CommEventTest : public PortTest {};
+
+TEST_F(CommEventTest, BadMasksAndSecondWaitsAreRefused) {
+  EventWait wait;
+  EXPECT_FALSE(wait.Start(port()));  // mask 0
+  EXPECT_EQ(wait.error, kErrInvalidParameter);
+  EXPECT_FALSE(SetCommMask(port(), 0x2000));
+  EXPECT_EQ(GetLastError(), kErrInvalidParameter);
+
+  ASSERT_TRUE(SetCommMask(port(), kEvRxChar));
+  ASSERT_FALSE(wait.Start(port()));
+  ASSERT_EQ(wait.error, kErrIoPending);
+  EventWait second;
+  EXPECT_FALSE(second.Start(port()));
+  EXPECT_EQ(second.error, kErrInvalidParameter);
+  Dword mask = 0;
+  ASSERT_TRUE(GetCommMask(port(), &mask));
+  EXPECT_EQ(mask, kEvRxChar);
+  ASSERT_TRUE(SetCommMask(port(), 0));  // the wait must end before its Overlapped goes
+  EXPECT_TRUE(wait.Done(2000));
+}
+
+TEST_F(CommEventTest, SetCommMaskEndsAPendingWaitSuccessfullyWithNoEvents) {
+  ASSERT_TRUE(SetCommMask(port(), kEvRxChar | kEvCts | kEvDsr | kEvTxEmpty));
+  EventWait wait;
+  ASSERT_FALSE(wait.Start(port()));
+  EXPECT_FALSE(wait.Done(100));
+  ASSERT_TRUE(SetCommMask(port(), 0));
+  ASSERT_TRUE(wait.Done(2000));
+  Dword count = 0;
+  EXPECT_TRUE(GetOverlappedResult(port(), &wait.overlapped, &count, true));
+  EXPECT_EQ(wait.mask, 0u);
+}
+
+TEST_F(CommEventTest, ArrivalsAreKeptInTheHistoryAndReportedOnce) {
+  ASSERT_TRUE(SetCommMask(port(), kEvRxChar));
+  ASSERT_TRUE(pty_.WriteFar("a"));
+  ASSERT_TRUE(WaitForInQueue(1));
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  EventWait first;
+  ASSERT_TRUE(first.Start(port()));  // from the history, in the call
+  EXPECT_EQ(first.mask, kEvRxChar);
+
+  EventWait second;  // history cleared: waits for the next byte
+  ASSERT_FALSE(second.Start(port()));
+  EXPECT_FALSE(second.Done(150));
+  ASSERT_TRUE(pty_.WriteFar("b"));
+  ASSERT_TRUE(second.Done(2000));
+  EXPECT_EQ(second.mask, kEvRxChar);
+}
+
+TEST_F(CommEventTest, BytesQueuedBeforeSetCommMaskAreNoEvent) {
+  ASSERT_TRUE(pty_.WriteFar("early"));
+  ASSERT_TRUE(WaitForInQueue(5));
+  ASSERT_TRUE(SetCommMask(port(), kEvRxChar));
+  EventWait wait;
+  ASSERT_FALSE(wait.Start(port()));
+  EXPECT_FALSE(wait.Done(150));
+  ASSERT_TRUE(pty_.WriteFar("late"));
+  ASSERT_TRUE(wait.Done(2000));
+  EXPECT_EQ(wait.mask, kEvRxChar);
+}
+
+TEST_F(CommEventTest, ByteTakenByAPendingReadIsStillAnEvent) {
+  SetTimeouts(0, 0, 0);
+  ASSERT_TRUE(SetCommMask(port(), kEvRxChar));
+  Io read(1);
+  ASSERT_FALSE(read.Read(port(), 1));
+  EventWait wait;
+  ASSERT_FALSE(wait.Start(port()));
+  ASSERT_TRUE(pty_.WriteFar("z"));
+  ASSERT_TRUE(read.Done(2000));
+  ASSERT_TRUE(wait.Done(2000));
+  EXPECT_EQ(wait.mask, kEvRxChar);
+  EXPECT_EQ(read.Text(read.Collect(port()).count), "z");
+}
+
+TEST_F(CommEventTest, TxEmptyComesOnlyAfterSomethingWasSent) {
+  ASSERT_TRUE(SetCommMask(port(), kEvTxEmpty));
+  EventWait wait;
+  ASSERT_FALSE(wait.Start(port()));
+  EXPECT_FALSE(wait.Done(150));  // an idle port never reports it
+  Io write;
+  write.Write(port(), "hello");
+  ASSERT_TRUE(write.Done(2000));
+  ASSERT_TRUE(wait.Done(2000));
+  EXPECT_EQ(wait.mask, kEvTxEmpty);
+  EXPECT_EQ(pty_.ReadFar(5, 1000), "hello");
+}
+
+TEST_F(CommEventTest, HistoryBitsOutsideANewMaskAreDroppedTheOthersKept) {
+  ASSERT_TRUE(SetCommMask(port(), kEvRxChar | kEvTxEmpty));
+  for (const Dword new_mask : {kEvRxChar | kEvTxEmpty, kEvRxChar}) {
+    Io write;
+    write.Write(port(), "x");
+    ASSERT_TRUE(write.Done(2000));
+    ASSERT_TRUE(pty_.WriteFar("y"));
+    ASSERT_TRUE(WaitForInQueue(1));
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    ASSERT_TRUE(SetCommMask(port(), new_mask));
+    EventWait wait;
+    ASSERT_TRUE(wait.Start(port()));
+    EXPECT_EQ(wait.mask, new_mask);
+    PurgeComm(port(), kPurgeRxClear);
+    pty_.DrainFar(20);
+  }
+}
+
+TEST_F(CommEventTest, ModemLineEventsNeverFireOnAPseudoTerminal) {
+  Dword status = 0;
+  EXPECT_FALSE(GetCommModemStatus(port(), &status));
+  EXPECT_EQ(GetLastError(), kErrNotSupported);
+  ASSERT_TRUE(SetCommMask(port(), kEvCts | kEvDsr | kEvRlsd | kEvRing));
+  EventWait wait;
+  ASSERT_FALSE(wait.Start(port()));
+  ASSERT_TRUE(pty_.WriteFar("data is no line change"));
+  EXPECT_FALSE(wait.Done(200));
+  ASSERT_TRUE(SetCommMask(port(), 0));
+  ASSERT_TRUE(wait.Done(2000));
+  EXPECT_EQ(wait.mask, 0u);
+}
+
+TEST_F(CommEventTest, InputQueueFillingUpRaisesRx80Full) {
+  ASSERT_TRUE(SetCommMask(port(), kEvRxChar | kEvRx80Full));
+  ASSERT_TRUE(pty_.WriteFar(std::string(4000, 'f')));
+  Dword seen = 0;
+  const auto start = Clock::now();
+  while ((seen & kEvRx80Full) == 0 && MsSince(start) < 3000) {
+    EventWait wait;
+    if (!wait.Start(port()) && !wait.Done(3000)) {
+      SetCommMask(port(), 0);
+      wait.Done(2000);
+      break;
+    }
+    seen |= wait.mask;
+  }
+  EXPECT_EQ(seen, kEvRxChar | kEvRx80Full);
+}
+
+TEST_F(CommEventTest, CancelledWaitReportsAbortAndNoEvents) {
+  ASSERT_TRUE(SetCommMask(port(), kEvRxChar));
+  EventWait wait;
+  ASSERT_FALSE(wait.Start(port()));
+  ASSERT_TRUE(CancelIo(port()));
+  ASSERT_TRUE(wait.Done(2000));
+  Dword count = 0;
+  EXPECT_FALSE(GetOverlappedResult(port(), &wait.overlapped, &count, true));
+  EXPECT_EQ(GetLastError(), kErrOperationAborted);
+  EXPECT_EQ(wait.mask, 0u);
+}
+
+}  // namespace
+}  // namespace portwren::testing_util

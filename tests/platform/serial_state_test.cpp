@@ -1,0 +1,168 @@
+// Dcb <-> terminal settings both ways, and the Dcb values SetCommState refuses.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "port_fixture.h"
+
+namespace portwren::testing_util {
+namespace {
+
+// Compared with memcmp: no padding bytes in it.
+static_assert(sizeof(Dcb) == 15 * sizeof(Dword) + 12);
+
+class StateTest : public PortTest {
+ protected:
+  Dcb Current() {
+    Dcb dcb;
+    EXPECT_TRUE(GetCommState(port(), &dcb)) << GetLastError();
+    return dcb;
+  }
+};
+
+TEST_F(StateTest, EveryFieldIsWrittenByGetCommState) {
+  Dcb dcb;
+  std::memset(static_cast<void*>(&dcb), 0xFF, sizeof dcb);
+  ASSERT_TRUE(GetCommState(port(), &dcb));
+  EXPECT_EQ(dcb.DCBlength, sizeof(Dcb));
+  EXPECT_EQ(dcb.fBinary, 1u);
+  for (Dword flag : {dcb.fParity, dcb.fOutxCtsFlow, dcb.fOutxDsrFlow, dcb.fDsrSensitivity, dcb.fTXContinueOnXoff,
+                     dcb.fOutX, dcb.fInX, dcb.fErrorChar, dcb.fNull, dcb.fAbortOnError}) {
+    EXPECT_LE(flag, 1u);
+  }
+  EXPECT_LE(dcb.fDtrControl, kDtrControlHandshake);
+  EXPECT_LE(dcb.fRtsControl, kRtsControlToggle);
+  EXPECT_GE(dcb.ByteSize, 5);
+  EXPECT_LE(dcb.ByteSize, 8);
+  EXPECT_LE(dcb.Parity, kSpaceParity);
+  EXPECT_LE(dcb.StopBits, kTwoStopBits);
+  EXPECT_NE(dcb.XonChar, dcb.XoffChar);
+  EXPECT_NE(dcb.BaudRate, 0xFFFFFFFFu);
+  // What GetCommState gives, SetCommState takes back.
+  EXPECT_TRUE(SetCommState(port(), &dcb)) << GetLastError();
+}
+
+TEST_F(StateTest, WhatIsSetIsReadBack) {
+  struct Case {
+    Dword baud;
+    uint8_t size, parity, stop;
+  } cases[] = {{9600, 8, kNoParity, kOneStopBit},      {115200, 7, kEvenParity, kTwoStopBits},
+               {123457, 6, kOddParity, kOneStopBit},   {3000000, 5, kMarkParity, kOne5StopBits},
+               {300, 8, kSpaceParity, kTwoStopBits}};
+  for (const Case& c : cases) {
+    Dcb dcb = Current();
+    dcb.BaudRate = c.baud;
+    dcb.ByteSize = c.size;
+    dcb.Parity = c.parity;
+    dcb.StopBits = c.stop;
+    ASSERT_TRUE(SetCommState(port(), &dcb)) << c.baud;
+    const Dcb back = Current();
+    EXPECT_EQ(back.BaudRate, c.baud);
+    EXPECT_EQ(back.ByteSize, c.size);
+    EXPECT_EQ(back.Parity, c.parity);
+    EXPECT_EQ(back.StopBits, c.stop);
+  }
+}
+
+TEST_F(StateTest, FlowControlAndTheFieldsTermiosHasNoPlaceForAreKept) {
+  Dcb dcb = Current();
+  dcb.BaudRate = 57600;
+  dcb.fOutxCtsFlow = 1;
+  dcb.fRtsControl = kRtsControlHandshake;
+  dcb.fOutX = 1;
+  dcb.fInX = 1;
+  dcb.XonChar = 0x01;
+  dcb.XoffChar = 0x02;
+  dcb.fParity = 1;
+  dcb.fDtrControl = kDtrControlHandshake;
+  dcb.fAbortOnError = 1;
+  dcb.fNull = 1;
+  dcb.fErrorChar = 1;
+  dcb.ErrorChar = '?';
+  dcb.EofChar = 0x1A;
+  dcb.EvtChar = '\n';
+  dcb.XonLim = 100;
+  dcb.XoffLim = 200;
+  ASSERT_TRUE(SetCommState(port(), &dcb));
+  Dcb back = Current();
+  EXPECT_EQ(std::memcmp(&back, &dcb, sizeof dcb), 0);
+
+  back.fOutxCtsFlow = 0;
+  back.fRtsControl = kRtsControlEnable;
+  back.fOutX = 0;
+  back.fInX = 0;
+  ASSERT_TRUE(SetCommState(port(), &back));
+  const Dcb off = Current();
+  EXPECT_EQ(off.fOutxCtsFlow, 0u);
+  EXPECT_EQ(off.fRtsControl, kRtsControlEnable);
+  EXPECT_EQ(off.fOutX, 0u);
+  EXPECT_EQ(off.fInX, 0u);
+}
+
+TEST_F(StateTest, InvalidSettingsAreRefusedAndChangeNothing) {
+  const Dcb good = Current();
+  auto refused = [&](auto change, const char* what) {
+    Dcb dcb = good;
+    change(dcb);
+    SetLastError(0);
+    EXPECT_FALSE(SetCommState(port(), &dcb)) << what;
+    EXPECT_EQ(GetLastError(), kErrInvalidParameter) << what;
+    const Dcb after = Current();
+    EXPECT_EQ(std::memcmp(&after, &good, sizeof good), 0) << what;
+  };
+  refused([](Dcb& d) { d.BaudRate = 0; }, "baud 0");
+  refused([](Dcb& d) { d.ByteSize = 4; }, "4 data bits");
+  refused([](Dcb& d) { d.ByteSize = 9; }, "9 data bits");
+  refused([](Dcb& d) { d.Parity = 5; }, "parity 5");
+  refused([](Dcb& d) { d.StopBits = 3; }, "stop bits 3");
+  refused([](Dcb& d) { d.ByteSize = 8, d.StopBits = kOne5StopBits; }, "1.5 stop with 8 bits");
+  refused([](Dcb& d) { d.ByteSize = 5, d.StopBits = kTwoStopBits; }, "2 stop with 5 bits");
+  refused([](Dcb& d) { d.fDtrControl = 3; }, "DTR control 3");
+  refused([](Dcb& d) { d.fRtsControl = 4; }, "RTS control 4");
+  refused([](Dcb& d) { d.XonChar = d.XoffChar = 0x11; }, "same XON and XOFF");
+  refused([](Dcb& d) { d.XonLim = 60000; }, "XonLim beyond the input queue");
+  refused([](Dcb& d) { d.XoffLim = 60000; }, "XoffLim beyond the input queue");
+}
+
+TEST_F(StateTest, SetupCommEnlargesTheInputQueueForTheLimits) {
+  Dcb dcb = Current();
+  dcb.XonLim = 60000;
+  EXPECT_FALSE(SetCommState(port(), &dcb));
+  ASSERT_TRUE(SetupComm(port(), 65536, 65536));
+  EXPECT_TRUE(SetCommState(port(), &dcb));
+  EXPECT_TRUE(SetupComm(port(), 16, 16));  // only a recommendation: never fails
+  EXPECT_TRUE(SetCommState(port(), &dcb));  // and never shrinks the queue
+}
+
+TEST_F(StateTest, AChangeMadeBehindThePortsBackIsShown) {
+  Dcb dcb = Current();
+  dcb.BaudRate = 19200;
+  ASSERT_TRUE(SetCommState(port(), &dcb));
+  const int other = open(pty_.slave_path().c_str(), O_RDWR | O_NOCTTY);
+  ASSERT_GE(other, 0);
+  termios settings;
+  ASSERT_EQ(tcgetattr(other, &settings), 0);
+  cfsetspeed(&settings, B4800);
+  settings.c_cflag |= CSTOPB;
+  ASSERT_EQ(tcsetattr(other, TCSANOW, &settings), 0);
+  close(other);
+  const Dcb back = Current();
+  EXPECT_EQ(back.BaudRate, 4800u);
+  EXPECT_EQ(back.StopBits, kTwoStopBits);
+}
+
+TEST_F(StateTest, SetCommStateLeavesTheQueuesAlone) {
+  ASSERT_TRUE(pty_.WriteFar("queued"));
+  ASSERT_TRUE(WaitForInQueue(6));
+  Dcb dcb = Current();
+  dcb.BaudRate = 19200;
+  ASSERT_TRUE(SetCommState(port(), &dcb));
+  EXPECT_EQ(InQueue(), 6u);
+}
+
+}  // namespace
+}  // namespace portwren::testing_util
