@@ -8,3 +8,6 @@
 #define NOMINMAX
 #endif
 #include <windows.h>
+
+// Macros that would rewrite functions of the same name in the platform layer.
+#undef HasOverlappedIoCompleted
