@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "format/console_log.h"
+#include "platform/os_serial.h"
 
 namespace portwren {
 
@@ -26,27 +27,6 @@ constexpr const char* kLifemodeNames[] = {"Temporal", "Friendly", "Persistent"};
 // DCB characters as bytes, so a value above 0x7F shows as two digits.
 unsigned Byte(char c) {
   return static_cast<uint8_t>(c);
-}
-
-}  // namespace
-
-const char* YesNo(uint32_t value) {
-  return value == 0 ? "no" : "yes";
-}
-const char* DtrControlName(uint32_t value) {
-  return NameAt(kDtrControlNames, value);
-}
-const char* RtsControlName(uint32_t value) {
-  return NameAt(kRtsControlNames, value);
-}
-const char* ParityName(uint32_t value) {
-  return NameAt(kParityNames, value);
-}
-const char* StopBitsName(uint32_t value) {
-  return NameAt(kStopBitsNames, value);
-}
-const char* LifemodeName(uint32_t index) {
-  return NameAt(kLifemodeNames, index);
 }
 
 void PrintDcb(const os::Dcb& dcb) {
@@ -77,6 +57,27 @@ void PrintDcb(const os::Dcb& dcb) {
   LogPrint("  .EofChar=0x%02X", Byte(dcb.EofChar));
   LogPrint("  .EvtChar=0x%02X", Byte(dcb.EvtChar));
   LogPrint("");
+}
+
+}  // namespace
+
+const char* YesNo(uint32_t value) {
+  return value == 0 ? "no" : "yes";
+}
+const char* DtrControlName(uint32_t value) {
+  return NameAt(kDtrControlNames, value);
+}
+const char* RtsControlName(uint32_t value) {
+  return NameAt(kRtsControlNames, value);
+}
+const char* ParityName(uint32_t value) {
+  return NameAt(kParityNames, value);
+}
+const char* StopBitsName(uint32_t value) {
+  return NameAt(kStopBitsNames, value);
+}
+const char* LifemodeName(uint32_t index) {
+  return NameAt(kLifemodeNames, index);
 }
 
 const char* ModemLinesText(uint32_t status, bool full) {

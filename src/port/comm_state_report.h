@@ -4,14 +4,12 @@
 
 #include <cstdint>
 
-#include "platform/os_serial.h"
+#include "platform/os_handle.h"
 
 namespace portwren {
 
 // The DCB and the modem lines, each whatever happened to the other; the device state follows.
 void PrintCommState(os::Handle port);
-// Only the DCB lines, ending with an empty one.
-void PrintDcb(const os::Dcb& dcb);
 
 // "CTS on,DSR off" and, when full, " DCD off,RING off" after it. The text lives in a buffer
 // of the calling thread, rewritten by its next call.

@@ -54,7 +54,7 @@ class PortTest : public testing::Test {
     port_ = os::CreateFileA(pty_.slave_path().c_str(), os::kGenericRead | os::kGenericWrite, 0,
                             os::kOpenExisting, os::kFileFlagOverlapped);
     ASSERT_NE(port_, os::kInvalidHandle) << "open " << pty_.slave_path() << ": " << os::GetLastError();
-    // The pair starts at speed 0, which no Dcb accepts; start-up always sets a rate.
+    // As start-up does.
     os::Dcb dcb;
     ASSERT_TRUE(os::GetCommState(port_, &dcb));
     dcb.BaudRate = 115200;
