@@ -2,6 +2,8 @@
 // independent, status reports.
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
+
 #include <atomic>
 #include <thread>
 
@@ -250,6 +252,33 @@ TEST_F(RequestTest, ClearCommErrorCountsQueuedInputAndUnsentOutput) {
   EXPECT_EQ(stat.cbInQue, 0u);
   pty_.DrainFar(50);
   ASSERT_TRUE(write.Done(3000));
+}
+
+long long CpuMs() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1000LL +
+         (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1000;
+}
+
+TEST_F(RequestTest, XoffHoldsAWriteWithoutBusyWaitingAndXonReleasesIt) {
+  SetTimeouts(0, 0, 0);
+  Dcb dcb;
+  ASSERT_TRUE(GetCommState(port(), &dcb));
+  dcb.fOutX = 1;
+  ASSERT_TRUE(SetCommState(port(), &dcb));
+  ASSERT_TRUE(pty_.WriteFar("\x13"));  // XOFF
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  Io write;
+  const long long cpu_before = CpuMs();
+  ASSERT_FALSE(write.Write(port(), "held"));  // stopped: it cannot complete
+  EXPECT_FALSE(write.Done(500));
+  EXPECT_LT(CpuMs() - cpu_before, 250);  // waiting, not spinning
+  EXPECT_EQ(pty_.ReadFar(4, 50), "");
+  ASSERT_TRUE(pty_.WriteFar("\x11"));  // XON
+  ASSERT_TRUE(write.Done(2000));
+  EXPECT_EQ(write.Collect(port()).count, 4u);
+  EXPECT_EQ(pty_.ReadFar(4, 2000), "held");
 }
 
 TEST_F(RequestTest, HangUpOfTheFarEndFailsPendingAndNewRequests) {

@@ -94,6 +94,11 @@ void SerialDevice::Wake() {
   [[maybe_unused]] ssize_t ignored = write(wake_fd_, &one, sizeof one);
 }
 
+bool SerialDevice::StillReady(short events) {
+  pollfd probe{fd_, events, 0};
+  return poll(&probe, 1, 0) == 1 && (probe.revents & events) != 0;
+}
+
 bool SerialDevice::HungUp() {
   pollfd probe{fd_, 0, 0};
   return poll(&probe, 1, 0) == 1 && (probe.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
@@ -112,16 +117,18 @@ int SerialDevice::OutputQueueBytes() {
   return ioctl(fd_, TIOCOUTQ, &count) == 0 ? count : 0;
 }
 
-short SerialDevice::WantedPollEvents() const {
+short SerialDevice::WantedPollEvents(Clock::time_point now) const {
   if (gone_) return 0;
   short events = 0;
-  if (!reads_.empty() && reads_.front()->started) events |= POLLIN;
-  // With nothing to read and nothing queued, the first byte's arrival is what an EV_RXCHAR
-  // waits for; later arrivals are seen by sampling the queue (POLLIN would not stop firing).
-  if (reads_.empty() && (event_mask_ & (kEvRxChar | kEvRxFlag | kEvRx80Full)) != 0 && rx_seen_ == 0) {
-    events |= POLLIN;
+  if (now >= rx_backoff_until_) {
+    if (!reads_.empty() && reads_.front()->started) events |= POLLIN;
+    // With nothing to read and nothing queued, the first byte's arrival is what an EV_RXCHAR
+    // waits for; later arrivals are seen by sampling the queue (POLLIN would not stop firing).
+    if (reads_.empty() && (event_mask_ & (kEvRxChar | kEvRxFlag | kEvRx80Full)) != 0 && rx_seen_ == 0) {
+      events |= POLLIN;
+    }
   }
-  if (!writes_.empty() && writes_.front()->started) events |= POLLOUT;
+  if (now >= tx_backoff_until_ && !writes_.empty() && writes_.front()->started) events |= POLLOUT;
   return events;
 }
 
@@ -133,13 +140,17 @@ int SerialDevice::PollTimeout(Clock::time_point now) const {
   if (!reads_.empty() && reads_.front()->started) {
     consider(reads_.front()->total_deadline);
     consider(reads_.front()->interval_deadline);
+    if (now < rx_backoff_until_) consider(rx_backoff_until_);
   }
-  if (!writes_.empty() && writes_.front()->started) consider(writes_.front()->total_deadline);
+  if (!writes_.empty() && writes_.front()->started) {
+    consider(writes_.front()->total_deadline);
+    if (now < tx_backoff_until_) consider(tx_backoff_until_);
+  }
   if (!gone_) {
     const bool watch_modem = modem_ok_ && (event_mask_ & (kEvCts | kEvDsr | kEvRlsd | kEvRing)) != 0;
     const bool watch_errors = icount_ok_ && ((event_mask_ & (kEvBreak | kEvErr)) != 0 || shadow_.fAbortOnError);
-    const bool watch_input =
-        (event_mask_ & (kEvRxChar | kEvRxFlag | kEvRx80Full)) != 0 && (rx_seen_ > 0 || !reads_.empty());
+    const bool watch_input = (event_mask_ & (kEvRxChar | kEvRxFlag | kEvRx80Full)) != 0 &&
+                             (rx_seen_ > 0 || !reads_.empty() || now < rx_backoff_until_);
     if (watch_modem || watch_errors || watch_input) consider(std::max(now, next_sample_));
     if (tx_draining_) consider(now + kDrainPeriod);
   }
@@ -151,21 +162,34 @@ int SerialDevice::PollTimeout(Clock::time_point now) const {
 
 void SerialDevice::ServiceLoop() {
   std::unique_lock lock(mu_);
+  bool in_fired = false;
+  bool out_fired = false;
   while (!closing_) {
-    const Clock::time_point now = Clock::now();
+    Clock::time_point now = Clock::now();
+    rx_progress_ = false;
+    tx_progress_ = false;
     SampleLines(now, false);
     Pump(now);
     if (closing_) break;
+    // A wake-up that led nowhere although the terminal still says ready is a stall.
+    if (in_fired && !rx_progress_ && !reads_.empty() && StillReady(POLLIN)) rx_backoff_until_ = now + kSamplePeriod;
+    if (out_fired && !tx_progress_ && !writes_.empty() && StillReady(POLLOUT)) {
+      tx_backoff_until_ = now + kSamplePeriod;
+    }
+
     pollfd fds[2] = {{wake_fd_, POLLIN, 0}, {-1, 0, 0}};
-    const short events = WantedPollEvents();
+    now = Clock::now();
+    const short events = WantedPollEvents(now);
     if (events != 0) {
       fds[1].fd = fd_;
       fds[1].events = events;
     }
-    const int timeout = PollTimeout(Clock::now());
+    const int timeout = PollTimeout(now);
     lock.unlock();
     const int ready = poll(fds, 2, timeout);
     lock.lock();
+    in_fired = false;
+    out_fired = false;
     if (ready <= 0 || closing_) continue;
     if ((fds[0].revents & POLLIN) != 0) {
       uint64_t count;
@@ -176,8 +200,15 @@ void SerialDevice::ServiceLoop() {
       // Hung up: pending reads still get what was received, then everything fails.
       PumpReads(Clock::now());
       if (!gone_) MarkGone(kErrDeviceNotConnected);
-    } else if ((revents & POLLIN) != 0 && reads_.empty()) {
+      continue;
+    }
+    out_fired = (revents & POLLOUT) != 0;
+    if ((revents & POLLIN) != 0 && reads_.empty()) {
+      const int seen_before = rx_seen_;
       SampleInput();
+      if (rx_seen_ == seen_before && StillReady(POLLIN)) rx_backoff_until_ = Clock::now() + kSamplePeriod;
+    } else {
+      in_fired = (revents & POLLIN) != 0;
     }
   }
 }

@@ -116,9 +116,10 @@ class SerialDevice : public IoObject {
   int InputQueueBytes();
   int OutputQueueBytes();
   bool HungUp();
+  bool StillReady(short events);
 
   void ServiceLoop();
-  short WantedPollEvents() const;
+  short WantedPollEvents(Clock::time_point now) const;
   int PollTimeout(Clock::time_point now) const;
   void Wake();
 
@@ -161,6 +162,13 @@ class SerialDevice : public IoObject {
   bool tx_since_empty_ = false;  // bytes written since the output last ran empty
   bool tx_draining_ = false;     // all written, the terminal still sending
   Clock::time_point next_sample_{};
+  // poll() can say "ready" when a call still finds nothing to do (a terminal stopped by XOFF
+  // reports room to write): after such a wake-up that direction is looked at by the clock
+  // for a while instead, so the service thread never spins.
+  bool rx_progress_ = false;
+  bool tx_progress_ = false;
+  Clock::time_point rx_backoff_until_{};
+  Clock::time_point tx_backoff_until_{};
 };
 
 }  // namespace portwren::os::posix

@@ -127,6 +127,7 @@ Dword SerialDevice::FillRead(Request& request, Clock::time_point now) {
     uint8_t* fresh = request.read_buffer + request.done;
     const ssize_t got = ::read(fd_, fresh, request.need - request.done);
     if (got > 0) {
+      rx_progress_ = true;
       request.done += static_cast<Dword>(got);
       rx_seen_ = std::max(0, rx_seen_ - static_cast<int>(got));
       Dword events = kEvRxChar;
@@ -197,6 +198,7 @@ Dword SerialDevice::FillWrite(Request& request) {
   while (request.done < request.length) {
     const ssize_t put = ::write(fd_, request.write_buffer + request.done, request.length - request.done);
     if (put > 0) {
+      tx_progress_ = true;
       request.done += static_cast<Dword>(put);
       tx_since_empty_ = true;
       continue;

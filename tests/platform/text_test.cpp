@@ -1,0 +1,56 @@
+// Narrow (here UTF-8) <-> UTF-16 with the Windows calling conventions.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "platform/os_text.h"
+
+namespace portwren {
+namespace {
+
+using namespace os;
+
+TEST(TextTest, WholeStringWithItsNulBothWays) {
+  const char* narrow = "QDX_VBUS\\Qdx_vcom\\caf\xC3\xA9 \xF0\x9F\x98\x80";  // é and an emoji
+  const int needed = MultiByteToWideChar(narrow, -1, nullptr, 0);
+  ASSERT_EQ(needed, 26);  // 23 ASCII/BMP units + a surrogate pair + NUL
+  WChar wide[64];
+  ASSERT_EQ(MultiByteToWideChar(narrow, -1, wide, 64), needed);
+  EXPECT_EQ(std::u16string(wide), u"QDX_VBUS\\Qdx_vcom\\caf\u00E9 \U0001F600");
+
+  char back[64];
+  ASSERT_EQ(WideCharToMultiByte(wide, -1, back, 64), static_cast<int>(std::string(narrow).size()) + 1);
+  EXPECT_STREQ(back, narrow);
+}
+
+TEST(TextTest, CountedInputHasNoNulAdded) {
+  WChar wide[8] = {u'x', u'x', u'x', u'x'};
+  ASSERT_EQ(MultiByteToWideChar("abcdef", 3, wide, 8), 3);
+  EXPECT_EQ(std::u16string(wide, 4), u"abcx");
+}
+
+TEST(TextTest, TooSmallAndBadArgumentsFail) {
+  WChar wide[2];
+  EXPECT_EQ(MultiByteToWideChar("abc", -1, wide, 2), 0);
+  EXPECT_EQ(GetLastError(), kErrInsufficientBuffer);
+  EXPECT_EQ(MultiByteToWideChar("abc", 0, wide, 2), 0);
+  EXPECT_EQ(GetLastError(), kErrInvalidParameter);
+  EXPECT_EQ(MultiByteToWideChar(nullptr, -1, wide, 2), 0);
+  EXPECT_EQ(GetLastError(), kErrInvalidParameter);
+  char narrow[2];
+  EXPECT_EQ(WideCharToMultiByte(u"\u00E9", -1, narrow, 2), 0);  // two bytes and a NUL
+  EXPECT_EQ(GetLastError(), kErrInsufficientBuffer);
+}
+
+TEST(TextTest, MalformedInputIsReplacedNotDropped) {
+  WChar wide[16];
+  ASSERT_EQ(MultiByteToWideChar("a\xFF" "b\xC3", 4, wide, 16), 4);
+  EXPECT_EQ(std::u16string(wide, 4), u"a\uFFFDb\uFFFD");
+  const WChar lone[] = {u'x', 0xD800, u'y', 0};
+  char narrow[16];
+  ASSERT_EQ(WideCharToMultiByte(lone, -1, narrow, 16), 6);
+  EXPECT_STREQ(narrow, "x\xEF\xBF\xBDy");
+}
+
+}  // namespace
+}  // namespace portwren
