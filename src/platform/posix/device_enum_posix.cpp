@@ -13,8 +13,6 @@
 
 namespace portwren::os::posix {
 
-std::vector<DeviceEntry> SystemDevices() { return {}; }
-
 namespace {
 
 constexpr Dword kErrInvalidUserBuffer = 1784;
