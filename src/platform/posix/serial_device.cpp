@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <system_error>
 
 #include "platform/posix/errno_map.h"
 #include "platform/posix/termios_map.h"
@@ -64,7 +65,12 @@ bool SerialDevice::Init(Dword* error) {
     *error = WinErrorFromErrno(errno);
     return false;
   }
-  service_ = std::thread([this] { ServiceLoop(); });
+  try {
+    service_ = std::thread([this] { ServiceLoop(); });
+  } catch (const std::system_error&) {
+    *error = kErrNotEnoughMemory;  // out of threads
+    return false;
+  }
   return true;
 }
 
