@@ -204,27 +204,10 @@ void TimedWrite(os::Handle port, int32_t count) {
   }
 }
 
-int32_t ReadFile_Sync(os::Handle port, void* buffer, int32_t count) {
-  if (count < 0) return -1;
-  RequestEvent event;
-  os::Overlapped overlapped;
-  overlapped.hEvent = event.get();
-  os::Dword done = 0;
-  if (os::ReadFile(port, buffer, static_cast<os::Dword>(count), &done, &overlapped)) {
-    return static_cast<int32_t>(done);
-  }
-  if (os::GetLastError() != os::kErrIoPending) {
-    WinErrStamp(0, "In ReadFile_Sync(), ReadFile error.");
-    return -1;
-  }
-  if (os::WaitForSingleObject(event.get(), os::kInfinite) != os::kWaitObject0) {
-    Abandon(port, &overlapped);
-    return -1;
-  }
-  return os::GetOverlappedResult(port, &overlapped, &done, true) ? static_cast<int32_t>(done) : -1;
-}
+namespace {
 
-int32_t ReadFile_Sync_timeout(os::Handle port, void* buffer, int32_t count, uint32_t ms) {
+// A read that waits up to ms (kInfinite: for good) and cancels what is still pending then.
+int32_t WaitedRead(os::Handle port, void* buffer, int32_t count, os::Dword ms, const char* failure) {
   if (count < 0) return -1;
   RequestEvent event;
   os::Overlapped overlapped;
@@ -234,7 +217,7 @@ int32_t ReadFile_Sync_timeout(os::Handle port, void* buffer, int32_t count, uint
     return static_cast<int32_t>(done);
   }
   if (os::GetLastError() != os::kErrIoPending) {
-    WinErrStamp(0, "In ReadFile_Sync_timeout(), ReadFile error.");
+    WinErrStamp(0, failure);
     return -1;
   }
   const os::Dword waited = os::WaitForSingleObject(event.get(), ms);
@@ -245,6 +228,16 @@ int32_t ReadFile_Sync_timeout(os::Handle port, void* buffer, int32_t count, uint
     return -1;
   }
   return os::GetOverlappedResult(port, &overlapped, &done, true) ? static_cast<int32_t>(done) : -1;
+}
+
+}  // namespace
+
+int32_t ReadFile_Sync(os::Handle port, void* buffer, int32_t count) {
+  return WaitedRead(port, buffer, count, os::kInfinite, "In ReadFile_Sync(), ReadFile error.");
+}
+
+int32_t ReadFile_Sync_timeout(os::Handle port, void* buffer, int32_t count, uint32_t ms) {
+  return WaitedRead(port, buffer, count, ms, "In ReadFile_Sync_timeout(), ReadFile error.");
 }
 
 void ClearDatapipeData(os::Handle port, uint32_t ms) {

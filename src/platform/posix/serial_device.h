@@ -89,6 +89,8 @@ class SerialDevice : public IoObject {
   using RequestPtr = std::unique_ptr<Request>;
 
   bool Init(Dword* error);  // raw mode, capabilities, service thread
+  bool Start(RequestPtr request, Dword size, Dword* done, const CompletionTarget& target,
+             std::deque<RequestPtr>* queue);
   bool Issue(RequestPtr request, std::deque<RequestPtr>* queue, Dword* done);
   bool Refuse(Dword error);  // checks before a request exists
 

@@ -28,27 +28,23 @@ std::optional<SerialDevice::Clock::time_point> Deadline(SerialDevice::Clock::tim
 
 bool SerialDevice::Read(void* buffer, Dword size, Dword* done, const CompletionTarget& target) {
   if (!can_read()) return Fail(kErrAccessDenied);
-  std::lock_guard lock(mu_);
-  if (closing_) return Fail(kErrInvalidHandle);
-  if (gone_) return Fail(gone_error_);
-  if (abort_latched_) return Fail(kErrOperationAborted);
-  target.Begin();
-  if (size == 0) {
-    if (done != nullptr) *done = 0;
-    target.Finish(kStatusSuccess, 0, true);
-    return true;
-  }
   auto request = std::make_unique<Request>();
   request->kind = Kind::kRead;
-  request->target = target;
-  request->issuer = GetCurrentThreadId();
   request->read_buffer = static_cast<uint8_t*>(buffer);
-  request->length = size;
-  return Issue(std::move(request), &reads_, done);
+  return Start(std::move(request), size, done, target, &reads_);
 }
 
 bool SerialDevice::Write(const void* buffer, Dword size, Dword* done, const CompletionTarget& target) {
   if (!can_write()) return Fail(kErrAccessDenied);
+  auto request = std::make_unique<Request>();
+  request->kind = Kind::kWrite;
+  request->write_buffer = static_cast<const uint8_t*>(buffer);
+  return Start(std::move(request), size, done, target, &writes_);
+}
+
+// A zero-byte transfer succeeds at once and never joins the queue, as on Windows.
+bool SerialDevice::Start(RequestPtr request, Dword size, Dword* done, const CompletionTarget& target,
+                         std::deque<RequestPtr>* queue) {
   std::lock_guard lock(mu_);
   if (closing_) return Fail(kErrInvalidHandle);
   if (gone_) return Fail(gone_error_);
@@ -59,13 +55,10 @@ bool SerialDevice::Write(const void* buffer, Dword size, Dword* done, const Comp
     target.Finish(kStatusSuccess, 0, true);
     return true;
   }
-  auto request = std::make_unique<Request>();
-  request->kind = Kind::kWrite;
   request->target = target;
   request->issuer = GetCurrentThreadId();
-  request->write_buffer = static_cast<const uint8_t*>(buffer);
   request->length = size;
-  return Issue(std::move(request), &writes_, done);
+  return Issue(std::move(request), queue, done);
 }
 
 bool SerialDevice::Issue(RequestPtr request, std::deque<RequestPtr>* queue, Dword* done) {
