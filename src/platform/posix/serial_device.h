@@ -23,7 +23,7 @@
 
 namespace portwren::os::posix {
 
-class SerialDevice : public IoObject {
+class SerialDevice final : public IoObject {
  public:
   using Clock = std::chrono::steady_clock;
   // How often modem lines, error counters and the input queue are looked at while comm
