@@ -3,58 +3,25 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <pty.h>
 #include <sys/file.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <regex>
-#include <sstream>
+#include <chrono>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "common/run_program.h"
+#include "common/e2e_support.h"
+#include "common/pty_pair.h"
 
 namespace portwren {
 namespace {
 
+using testkit::kClosedLines;
+using testkit::KeyPrompt;
+using testkit::OpenedLines;
 using testkit::ProcessOptions;
 using testkit::ProcessResult;
-
-// Tick stamps, handles and the build date differ from run to run.
-std::string Scrub(const std::string& text) {
-  std::string out = std::regex_replace(text, std::regex(R"(\[\d+\.\d{3}\])"), "[T]");
-  out = std::regex_replace(out, std::regex("0x[0-9a-fA-F]{16}"), "0xH");
-  out = std::regex_replace(out, std::regex("compiled on [^\n]*\n"), "compiled on D\n");
-  return out;
-}
-
-class Pty {
- public:
-  Pty() {
-    char name[128];
-    if (::openpty(&master_, &slave_, name, nullptr, nullptr) == 0) path_ = name;
-  }
-  ~Pty() {
-    if (master_ >= 0) ::close(master_);
-    if (slave_ >= 0) ::close(slave_);
-  }
-  const std::string& path() const { return path_; }
-
- private:
-  int master_ = -1;
-  int slave_ = -1;
-  std::string path_;
-};
-
-constexpr char kPrompt[] = "\n{%d}Again? 'R/r' read, 'W/r' write. More: 0,X,i,P,p,F,f,E,e,C,c,S,#,?\n";
-
-std::string Prompt(int n) {
-  char text[128];
-  std::snprintf(text, sizeof text, kPrompt, n);
-  return text;
-}
 
 std::string Summary(const std::string& path) {
   return "DevOpenPath: " + path +
@@ -68,36 +35,25 @@ std::string Summary(const std::string& path) {
          "g_wto_constant   = 0\n";
 }
 
-std::string Opened(const std::string& path, const char* suffix = " ") {
-  return " [T] CreateFile('" + path + "') success. Handle=0xH" + suffix + "\n" +
-         "SetCommState() .Baudrate=115200 Success\n" +
-         "Choose action: 'R/r' read, 'W/w' write, '?' help. <ESC> quit.\n";
-}
-
-constexpr char kClosed[] =
-    " [T] Calling CloseHandle(0xH)...\n"
-    " [T] Done    CloseHandle(0xH).\n";
-
 class KeyLoopEndToEnd : public testing::Test {
  protected:
-  void SetUp() override { ASSERT_FALSE(pty_.path().empty()) << "no pseudo-terminal"; }
+  void SetUp() override { ASSERT_TRUE(pty_.ok()) << "no pseudo-terminal"; }
 
   ProcessResult Run(std::vector<std::string> args, const std::string& keys, ProcessOptions options = {}) {
     options.stdin_bytes = keys;
-    options.env_unset.push_back("PORTWREN_PRINT_LESS");
-    ProcessResult r = testkit::RunPortwren(args, options);
+    ProcessResult r = testkit::RunKeyed(args, options);
     EXPECT_TRUE(r.started) << r.error;
     EXPECT_FALSE(r.timed_out) << r.out;
-    r.out = Scrub(r.out);
     return r;
   }
 
-  Pty pty_;
+  testkit::PtyPair pty_;
 };
 
 TEST_F(KeyLoopEndToEnd, StartUpSummaryHelpAndEsc) {
-  const ProcessResult r = Run({pty_.path()}, "?\x1b");
-  EXPECT_EQ("Portwren version 1.7.8, compiled on D\n" + Summary(pty_.path()) + Opened(pty_.path()) +
+  const ProcessResult r = Run({pty_.slave_path()}, "?\x1b");
+  EXPECT_EQ("Portwren version 1.7.8, compiled on D\n" + Summary(pty_.slave_path()) +
+                OpenedLines(pty_.slave_path()) +
                 "Got '?'.\n"
                 "Single-char op help:\n"
                 " 0 : Clear VCOM input buffer with actual VCOM read.\n"
@@ -119,16 +75,16 @@ TEST_F(KeyLoopEndToEnd, StartUpSummaryHelpAndEsc) {
                 " # : Start/Stop background read-COM thread, so you can do R/W simultaneously.\n"
                 " < > | : Enable/Disable/Query VCOM one-time temporal lifemode.\n"
                 " X : Quit portwren and do a deliberate CreateFile().\n" +
-                Prompt(1) + "Got '\x1b'.\n" + kClosed,
+                KeyPrompt(1) + "Got '\x1b'.\n" + kClosedLines,
             r.out);
   EXPECT_EQ(0, r.exit_code);
 }
 
 TEST_F(KeyLoopEndToEnd, SummaryShowsSettingsAndQueueSizes) {
-  const ProcessResult r = Run({pty_.path(), "-b", "20", "-c", "4000", "--rtoi=-1", "--rtom=-1", "--rtoc=3000",
-                               "--wtoc=-1", "--in-queue=4096", "--out-queue=2048"},
+  const ProcessResult r = Run({pty_.slave_path(), "-b", "20", "-c", "4000", "--rtoi=-1", "--rtom=-1",
+                               "--rtoc=3000", "--wtoc=-1", "--in-queue=4096", "--out-queue=2048"},
                               "\x1b");
-  EXPECT_NE(std::string::npos, r.out.find("DevOpenPath: " + pty_.path() +
+  EXPECT_NE(std::string::npos, r.out.find("DevOpenPath: " + pty_.slave_path() +
                                           "\n"
                                           "g_bytes_to_rw = 20\n"
                                           "g_wait_msec_before_cancel = 4000\n"
@@ -149,22 +105,24 @@ TEST_F(KeyLoopEndToEnd, PrintLessKeepsReadLogDelaysAndSuccessLines) {
   options.env.push_back({"PORTWREN_PRINT_LESS", "1"});
   options.stdin_bytes = "\x1b";
   ProcessResult r = testkit::RunPortwren(
-      {pty_.path(), "--read-log-append", "--read-log=" + log, "--waitcommevent-delay0=7", "-m", "5000"}, options);
-  r.out = Scrub(r.out);
-  EXPECT_EQ("Portwren version 1.7.8, compiled on D\n"
-            "Read logging to file(append): " +
-                log +
-                "\n"
-                "g_waitcommevent_delay0 = 7\n"
-                "g_echo_maxbytes64 = 5000\n" +
-                Opened(pty_.path()) + "Got '\x1b'.\n" + kClosed,
-            r.out);
+      {pty_.slave_path(), "--read-log-append", "--read-log=" + log, "--waitcommevent-delay0=7", "-m", "5000"},
+      options);
+  r.out = testkit::ScrubRunText(r.out);
+  EXPECT_EQ(
+      "Portwren version 1.7.8, compiled on D\n"
+      "Read logging to file(append): " +
+          log +
+          "\n"
+          "g_waitcommevent_delay0 = 7\n"
+          "g_echo_maxbytes64 = 5000\n" +
+          OpenedLines(pty_.slave_path()) + "Got '\x1b'.\n" + kClosedLines,
+      r.out);
   EXPECT_EQ(0, r.exit_code);
   ::unlink(log.c_str());
 }
 
 TEST_F(KeyLoopEndToEnd, ReadLogThatCannotBeOpenedIsReportedAndTheRunGoesOn) {
-  const ProcessResult r = Run({pty_.path(), "--read-log=/nonexistent-dir/r.log"}, "\x1b");
+  const ProcessResult r = Run({pty_.slave_path(), "--read-log=/nonexistent-dir/r.log"}, "\x1b");
   EXPECT_NE(std::string::npos, r.out.find("Read logging to file(clean): /nonexistent-dir/r.log\n"
                                           "!!! Error: /nonexistent-dir/r.log open/create fail!\n"))
       << r.out;
@@ -174,89 +132,92 @@ TEST_F(KeyLoopEndToEnd, ReadLogThatCannotBeOpenedIsReportedAndTheRunGoesOn) {
 
 TEST_F(KeyLoopEndToEnd, MissingDevicesAndThePathHint) {
   ProcessResult r = Run({"COM12"}, "");
-  EXPECT_EQ("Portwren version 1.7.8, compiled on D\n"
-            "CreateFile('COM12') fail. WinErr=2(ERROR_FILE_NOT_FOUND)\n"
-            "Did you forget to add extra prefix for COM12 ? Try \\\\.\\COM12 instead.\n",
-            r.out);
+  EXPECT_EQ(
+      "Portwren version 1.7.8, compiled on D\n"
+      "CreateFile('COM12') fail. WinErr=2(ERROR_FILE_NOT_FOUND)\n"
+      "Did you forget to add extra prefix for COM12 ? Try \\\\.\\COM12 instead.\n",
+      r.out);
   EXPECT_EQ(1, r.exit_code);
   r = Run({"COM5"}, "");
-  EXPECT_EQ("Portwren version 1.7.8, compiled on D\n"
-            "CreateFile('COM5') fail. WinErr=2(ERROR_FILE_NOT_FOUND)\n",
-            r.out);
+  EXPECT_EQ(
+      "Portwren version 1.7.8, compiled on D\n"
+      "CreateFile('COM5') fail. WinErr=2(ERROR_FILE_NOT_FOUND)\n",
+      r.out);
   EXPECT_EQ(1, r.exit_code);
 }
 
 TEST_F(KeyLoopEndToEnd, DeviceHeldElsewhereIsRefusedEvenReadOnly) {
-  const int held = ::open(pty_.path().c_str(), O_RDWR | O_NOCTTY);
+  const int held = ::open(pty_.slave_path().c_str(), O_RDWR | O_NOCTTY);
   ASSERT_GE(held, 0);
   ASSERT_EQ(0, ::flock(held, LOCK_EX | LOCK_NB));
-  const ProcessResult r = Run({pty_.path()}, "\x1b");
+  const ProcessResult r = Run({pty_.slave_path()}, "\x1b");
   ::close(held);
-  EXPECT_EQ("Portwren version 1.7.8, compiled on D\n"
-            "CreateFile('" + pty_.path() + "') fail -- even request read-only. WinErr=5(ERROR_ACCESS_DENIED)\n",
-            r.out);
+  EXPECT_EQ(
+      "Portwren version 1.7.8, compiled on D\n"
+      "CreateFile('" +
+          pty_.slave_path() + "') fail -- even request read-only. WinErr=5(ERROR_ACCESS_DENIED)\n",
+      r.out);
   EXPECT_EQ(1, r.exit_code);
 }
 
 TEST_F(KeyLoopEndToEnd, TypedKeysEnterAndThePromptCount) {
-  const ProcessResult r = Run({pty_.path()}, "ab\nz\x1b");
-  const std::string expected = std::string("Got 'a'.\n") + Prompt(1) + "Got 'b'.\n" + Prompt(2) + Prompt(3) +
-                               "Got 'z'.\n" + Prompt(4) + "Got '\x1b'.\n" + kClosed;
+  const ProcessResult r = Run({pty_.slave_path()}, "ab\nz\x1b");
+  const std::string expected = std::string("Got 'a'.\n") + KeyPrompt(1) + "Got 'b'.\n" + KeyPrompt(2) +
+                               KeyPrompt(3) + "Got 'z'.\n" + KeyPrompt(4) + "Got '\x1b'.\n" + kClosedLines;
   EXPECT_NE(std::string::npos, r.out.find(expected)) << r.out;
   EXPECT_EQ(0, r.exit_code);
 }
 
 TEST_F(KeyLoopEndToEnd, EndOfPipedKeysQuits) {
-  const ProcessResult r = Run({pty_.path()}, "z");
-  EXPECT_NE(std::string::npos, r.out.find(Prompt(1) + "Got '\x1b'.\n" + kClosed)) << r.out;
+  const ProcessResult r = Run({pty_.slave_path()}, "z");
+  EXPECT_NE(std::string::npos, r.out.find(KeyPrompt(1) + "Got '\x1b'.\n" + kClosedLines)) << r.out;
   EXPECT_EQ(0, r.exit_code);
 }
 
 TEST_F(KeyLoopEndToEnd, FirstKeysPrintNoGotLine) {
-  const ProcessResult r = Run({pty_.path(), "--first-key=?z"}, "\x1b");
+  const ProcessResult r = Run({pty_.slave_path(), "--first-key=?z"}, "\x1b");
   EXPECT_NE(std::string::npos, r.out.find("First-key auto input(#0): '?'\nSingle-char op help:\n")) << r.out;
-  EXPECT_NE(std::string::npos, r.out.find("First-key auto input(#1): 'z'\n" + Prompt(2) + "Got '\x1b'.\n"))
+  EXPECT_NE(std::string::npos, r.out.find("First-key auto input(#1): 'z'\n" + KeyPrompt(2) + "Got '\x1b'.\n"))
       << r.out;
   EXPECT_EQ(std::string::npos, r.out.find("Got '?'")) << r.out;
 }
 
 TEST_F(KeyLoopEndToEnd, RepeatedFinalKeyStopsOnEscWhichDoesNotQuit) {
-  int keys[2];
-  ASSERT_EQ(0, ::pipe(keys));
-  std::thread typist([fd = keys[1]] {
+  testkit::KeyPipe keys;
+  ASSERT_TRUE(keys.ok());
+  std::thread typist([&keys] {
     std::this_thread::sleep_for(std::chrono::milliseconds(400));
-    (void)!::write(fd, "\x1b", 1);  // stops the repeating
+    keys.Type("\x1b");  // stops the repeating
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    (void)!::write(fd, "\x1b", 1);  // quits
-    ::close(fd);
+    keys.Type("\x1b");  // quits
+    keys.Close();
   });
   ProcessOptions options;
-  options.stdin_fd = keys[0];
-  options.env_unset.push_back("PORTWREN_PRINT_LESS");
-  ProcessResult r = testkit::RunPortwren({pty_.path(), "--first-key=?z", "--repeat-final-key"}, options);
+  options.stdin_fd = keys.read_fd();
+  const ProcessResult r =
+      testkit::RunKeyed({pty_.slave_path(), "--first-key=?z", "--repeat-final-key"}, options);
   typist.join();
-  ::close(keys[0]);
-  r.out = Scrub(r.out);
-  EXPECT_NE(std::string::npos, r.out.find("First-key auto input(#1): 'z'\n" + Prompt(2) +
-                                          "Repeat-key auto input(#2): 'z'\n" + Prompt(3) +
-                                          "Repeat-key auto input(#3): 'z'\n"))
+  EXPECT_NE(std::string::npos,
+            r.out.find("First-key auto input(#1): 'z'\n" + KeyPrompt(2) + "Repeat-key auto input(#2): 'z'\n" +
+                       KeyPrompt(3) + "Repeat-key auto input(#3): 'z'\n"))
       << r.out;
-  EXPECT_NE(std::string::npos, r.out.find("(Repeat-key stops.)\nGot '\x1b'.\n" + std::string(kClosed))) << r.out;
+  EXPECT_NE(std::string::npos, r.out.find("(Repeat-key stops.)\nGot '\x1b'.\n" + std::string(kClosedLines)))
+      << r.out;
   EXPECT_EQ(0, r.exit_code);
 }
 
 TEST_F(KeyLoopEndToEnd, XClosesThenOpensAgainOnPurpose) {
-  const ProcessResult r = Run({pty_.path()}, "X");
-  EXPECT_NE(std::string::npos,
-            r.out.find("Got 'X'.\n" + std::string(kClosed) + " [T] CreateFile() again success. Handle=0xH\n"))
+  const ProcessResult r = Run({pty_.slave_path()}, "X");
+  EXPECT_NE(std::string::npos, r.out.find("Got 'X'.\n" + std::string(kClosedLines) +
+                                          " [T] CreateFile() again success. Handle=0xH\n"))
       << r.out;
   EXPECT_EQ(std::string::npos, r.out.find("Again?")) << r.out;
   EXPECT_EQ(0, r.exit_code);
 }
 
 TEST_F(KeyLoopEndToEnd, PauseBeforeQuitWaitsForAKey) {
-  const ProcessResult r = Run({pty_.path(), "--pause-before-quit"}, "\x1b");
-  const std::string tail = std::string(kClosed) + "\n====== PROGRAM DONE. PRESS A KEY TO QUIT ======\n";
+  const ProcessResult r = Run({pty_.slave_path(), "--pause-before-quit"}, "\x1b");
+  const std::string tail = std::string(kClosedLines) + "\n====== PROGRAM DONE. PRESS A KEY TO QUIT ======\n";
   ASSERT_GE(r.out.size(), tail.size());
   EXPECT_EQ(tail, r.out.substr(r.out.size() - tail.size())) << r.out;
   EXPECT_EQ(0, r.exit_code);

@@ -1,0 +1,412 @@
+// The built program on one end of a pseudo-terminal pair with piped keys, the test holding the far
+// end: what the read, write, purge, clearing, queue and state keys print and what crosses the line.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <fstream>
+#include <initializer_list>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "common/e2e_support.h"
+#include "common/pty_pair.h"
+
+namespace portwren {
+namespace {
+
+using testkit::kClosedLines;
+using testkit::KeyPrompt;
+using testkit::ProcessOptions;
+using testkit::ProcessResult;
+
+constexpr char kChooseLine[] = "Choose action: 'R/r' read, 'W/w' write, '?' help. <ESC> quit.\n";
+constexpr char kEscLines[] = "Got '\x1b'.\n";
+
+std::string Bytes(std::initializer_list<int> values) {
+  std::string out;
+  for (const int v : values) out.push_back(static_cast<char>(v));
+  return out;
+}
+
+// What `count` bytes of writes starting at counter word `first` put on the line.
+std::string CounterWords(int first, size_t count) {
+  std::string out;
+  for (int word = first; out.size() < count; ++word) {
+    out.push_back(static_cast<char>(word & 0xFF));
+    out.push_back(static_cast<char>((word >> 8) & 0xFF));
+  }
+  out.resize(count);
+  return out;
+}
+
+std::string Hex(const std::string& bytes) {
+  std::string out;
+  char cell[4];
+  for (const char c : bytes) {
+    std::snprintf(cell, sizeof cell, "%02x ", static_cast<unsigned char>(c));
+    out += cell;
+  }
+  return out;
+}
+
+std::string WriteSync(int count) {
+  const std::string n = std::to_string(count);
+  return " [T] Calling WriteFile(), request " + n + " bytes...\nWriteFile sync success. nDone=" + n + "\n";
+}
+
+std::string ReadSync(int asked, int done) {
+  return " [T] Calling ReadFile() request " + std::to_string(asked) +
+         " bytes...\n [T] ReadFile sync success. nDone=" + std::to_string(done) + "\n\n";
+}
+
+// A read that waited `wait_ms`, timed out and was cancelled; `pause` holds the pause line, if any.
+std::string ReadCancelled(int asked, int wait_ms, const std::string& pause = "") {
+  return " [T] Calling ReadFile() request " + std::to_string(asked) +
+         " bytes...\n [T] ReadFile pending, wait " + std::to_string(wait_ms) +
+         " millisec...\n [T] WAIT_TIMEOUT\n" + pause +
+         " [T] Calling CancelIo().\n"
+         " [T] CancelIo() returns TRUE.\n"
+         " [T] Result: ReadFile async fail. WinErr=995(ERROR_OPERATION_ABORTED)\n";
+}
+
+std::string QueueReport(int in_queue) {
+  return " [D] ClearCommError() reports: cbInQue=" + std::to_string(in_queue) + ", cbOutQue=0. \n";
+}
+
+// The DCB part of the `i` report for a pseudo-terminal that the program has set to 115200 8-N-1.
+std::string PtyDcbLines(bool cts_flow) {
+  return std::string(
+             "GetCommState() returns DCB info:\n"
+             "  .Baudrate=115200\n"
+             "  .fBinary=yes\n"
+             "  .fParity=no\n"
+             "  .fOutxCtsFlow=") +
+         (cts_flow ? "yes" : "no") +
+         "\n"
+         "  .fOutxDsrFlow=no\n"
+         "  .fDtrControl=1 (DTR_CONTROL_ENABLE)\n"
+         "  .fBinary=yes\n"
+         "  .fDsrSensitivity=no\n"
+         "  .fTXContinueOnXoff=no\n"
+         "  .fOutX=no\n"
+         "  .fInX=no\n"
+         "  .fErrorChar=no\n"
+         "  .fNull=no\n"
+         "  .fRtsControl=1 (RTS_CONTROL_ENABLE)\n"
+         "  .fAbortOnError=no\n"
+         "  .XonLim=2048\n"
+         "  .XoffLim=512\n"
+         "  .ByteSize=8\n"
+         "  .Parity=NO_PARITY\n"
+         "  .StopBits=one\n"
+         "  .XonChar=0x11\n"
+         "  .XoffChar=0x13\n"
+         "  .ErrorChar=0x00\n"
+         "  .EofChar=0x00\n"
+         "  .EvtChar=0x00\n"
+         "\n";
+}
+
+// Each piece must appear, each after the one before.
+void ExpectInOrder(const std::string& text, const std::vector<std::string>& pieces) {
+  size_t at = 0;
+  for (const std::string& piece : pieces) {
+    const size_t found = text.find(piece, at);
+    ASSERT_NE(std::string::npos, found) << "missing in order:\n" << piece << "\n--- in ---\n" << text;
+    at = found + piece.size();
+  }
+}
+
+class PortKeysEndToEnd : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(pty_.ok()) << "no pseudo-terminal"; }
+
+  ProcessResult Run(const std::vector<std::string>& args, const std::string& keys) {
+    ProcessOptions options;
+    options.stdin_bytes = keys;
+    return Checked(testkit::RunKeyed(args, options));
+  }
+
+  ProcessResult RunTyped(const std::vector<std::string>& args, const testkit::KeyPipe& keys) {
+    ProcessOptions options;
+    options.stdin_fd = keys.read_fd();
+    return Checked(testkit::RunKeyed(args, options));
+  }
+
+  // Bytes that arrive before the program starts; returns once the port holds them all.
+  void Arrive(const std::string& bytes) {
+    ASSERT_TRUE(pty_.WriteFar(bytes));
+    ASSERT_TRUE(testkit::WaitForInputQueue(port(), static_cast<int>(bytes.size()), 5000));
+  }
+
+  // Everything the program sent; it has ended, so a short quiet wait collects it all.
+  std::string Sent() { return pty_.ReadFar(1 << 20, 300); }
+
+  const std::string& port() const { return pty_.slave_path(); }
+
+  testkit::PtyPair pty_;
+
+ private:
+  static ProcessResult Checked(ProcessResult r) {
+    EXPECT_TRUE(r.started) << r.error;
+    EXPECT_FALSE(r.timed_out) << r.out;
+    EXPECT_EQ(0, r.exit_code) << r.out;
+    return r;
+  }
+};
+
+// What the keys printed: everything after the start-up lines.
+std::string KeyOutput(const ProcessResult& r) {
+  const size_t at = r.out.find(kChooseLine);
+  return at == std::string::npos ? "(no start-up lines)\n" + r.out
+                                 : r.out.substr(at + sizeof kChooseLine - 1);
+}
+
+TEST_F(PortKeysEndToEnd, PresetWritesSendCounterWordsThatRunOnFromWriteToWrite) {
+  ProcessResult r = Run({port(), "-b", "4"}, "ww\x1b");
+  EXPECT_EQ("Got 'w'.\n" + WriteSync(4) + KeyPrompt(1) + "Got 'w'.\n" + WriteSync(4) + KeyPrompt(2) +
+                kEscLines + kClosedLines,
+            KeyOutput(r));
+  EXPECT_EQ(Hex(Bytes({0, 0, 1, 0, 2, 0, 3, 0})), Hex(Sent()));
+
+  // An odd count sends its counter words and then the byte that the buffer held from before.
+  r = Run({port(), "-b", "3"}, "W4\nw\x1b");
+  EXPECT_EQ("Got 'W'.\nBytes to write(0): " + WriteSync(4) + KeyPrompt(1) + "Got 'w'.\n" + WriteSync(3) +
+                KeyPrompt(2) + kEscLines + kClosedLines,
+            KeyOutput(r));
+  EXPECT_EQ(Hex(Bytes({0, 0, 1, 0, 2, 0, 1})), Hex(Sent()));
+}
+
+TEST_F(PortKeysEndToEnd, TypedWriteCountIsRememberedAndEnterReusesIt) {
+  const ProcessResult r = Run({port()}, "W\nW6\nW5\nW\nW0x3\nW010\n\x1b");
+  EXPECT_EQ("Got 'W'.\nBytes to write(0): " + WriteSync(0) + KeyPrompt(1) +  // Enter at first: zero bytes
+                "Got 'W'.\nBytes to write(0): " + WriteSync(6) + KeyPrompt(2) +
+                "Got 'W'.\nBytes to write(6): " + WriteSync(5) + KeyPrompt(3) +
+                "Got 'W'.\nBytes to write(5): " + WriteSync(5) + KeyPrompt(4) +
+                "Got 'W'.\nBytes to write(5): " + WriteSync(3) + KeyPrompt(5) +  // hexadecimal
+                "Got 'W'.\nBytes to write(3): " + WriteSync(8) + KeyPrompt(6) +  // octal
+                kEscLines + kClosedLines,
+            KeyOutput(r));
+  EXPECT_EQ(Hex(Bytes({0, 0, 1, 0, 2,  0,  // six
+                       3, 0, 4, 0, 2,      // five: the last byte is left from the six
+                       5, 0, 6, 0, 2,      // five again
+                       7, 0, 6,            // three: the byte at 2 is from the last five
+                       8, 0, 9, 0, 10, 0, 11, 0})),
+            Hex(Sent()));
+}
+
+TEST_F(PortKeysEndToEnd, WriteTheFarEndDoesNotTakeIsCancelledAndWhatWentIsOnTheLine) {
+  const ProcessResult r = Run({port(), "-c", "300"}, "W400000\n\x1b");
+  const std::regex shape(
+      "Got 'W'\\.\nBytes to write\\(0\\):  \\[T\\] Calling WriteFile\\(\\), request 400000 bytes\\.\\.\\.\n"
+      " \\[T\\] WriteFile pending, wait 300 millisec\\.\\.\\.\n"
+      " \\[T\\] WAIT_TIMEOUT\\.\n"
+      " \\[T\\] Calling CancelIo\\(\\)\\.\n"
+      " \\[T\\] CancelIo\\(\\) returns TRUE\\.\n"
+      " \\[T\\] Result: WriteFile async fail\\. WinErr=995\\(ERROR_OPERATION_ABORTED\\)\n"
+      " \\[T\\]   -- Even if cancelled, nDone is ([0-9]+) bytes\\.\n");
+  std::smatch m;
+  const std::string out = KeyOutput(r);
+  ASSERT_TRUE(std::regex_search(out, m, shape)) << out;
+  EXPECT_EQ(0, m.position(0)) << out;
+  EXPECT_EQ(KeyPrompt(1) + kEscLines + kClosedLines, m.suffix().str());
+  const size_t done = std::stoul(m[1].str());
+  EXPECT_GT(done, 0u);
+  EXPECT_LT(done, 400000u);
+  // Exactly the reported count crossed, counter words from the start.
+  const std::string sent = Sent();
+  EXPECT_EQ(done, sent.size());
+  EXPECT_TRUE(sent == CounterWords(0, done)) << "the line did not carry the counter words";
+}
+
+TEST_F(PortKeysEndToEnd, ReadShowsTextUpToTheFirstNulAndTheReadLogKeepsEveryByte) {
+  const std::string log = testing::TempDir() + "pw_port_keys_" + std::to_string(::getpid()) + ".log";
+  Arrive(std::string("hello\0world", 11));
+  const ProcessResult r = Run({port(), "-Q", "0", "-b", "20", "--read-log=" + log}, "R3\nrr\x1b");
+  EXPECT_NE(std::string::npos, r.out.find("Read logging to file(clean): " + log + "\n")) << r.out;
+  EXPECT_EQ("Got 'R'.\nBytes to read(0): " + ReadSync(3, 3) + "hel\n" + KeyPrompt(1) +  //
+                "Got 'r'.\n" + ReadSync(20, 8) + "lo\n" + KeyPrompt(2) +                // stops at the NUL
+                "Got 'r'.\n" + ReadSync(20, 0) + KeyPrompt(3) +                         // nothing left
+                kEscLines + kClosedLines,
+            KeyOutput(r));
+
+  std::ifstream file(log, std::ios::binary);
+  std::stringstream text;
+  text << file.rdbuf();
+  ::unlink(log.c_str());
+  const std::string records = std::regex_replace(text.str(), std::regex(R"(\[[0-9.]+\] #)"), "[S] #");
+  const std::string ruler = "------00-01-02-03-04-05-06-07-08-09-0A-0B-0C-0D-0E-0F\r\n";
+  EXPECT_EQ("[S] #0: 3 bytes.\r\n" + ruler + "0000: 68 65 6c.\r\n\r\n" +  //
+                "[S] #1: 8 bytes.\r\n" + ruler + "0000:          6c 6f 00 77 6f 72 6c 64.\r\n\r\n",
+            records);
+}
+
+TEST_F(PortKeysEndToEnd, TimedOutReadIsCancelledAndShowsWhatCameBeforeTheCancel) {
+  Arrive("abc");
+  const ProcessResult r = Run({port(), "-b", "20", "-c", "300", "--pause-msec-bfr-cancelio=50"}, "rr\x1b");
+  const std::string pause = " [T] Pause 50 msec before CancelIo()...\n";
+  EXPECT_EQ("Got 'r'.\n" + ReadCancelled(20, 300, pause) +
+                " [T]   -- Even if cancelled, nDone is 3 bytes.\nabc\n" + KeyPrompt(1) +  //
+                "Got 'r'.\n" + ReadCancelled(20, 300, pause) + KeyPrompt(2) +  // nothing came: no more lines
+                kEscLines + kClosedLines,
+            KeyOutput(r));
+}
+
+TEST_F(PortKeysEndToEnd, PendingReadCompletesWhenTheRestArrives) {
+  Arrive("0123456789");
+  bool took_first_part = false;
+  std::thread far_end([&] {
+    // The pending read has taken the first part once the port's queue is empty again.
+    took_first_part = testkit::WaitForInputQueue(port(), 0, 10000);
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    pty_.WriteFar("abcdefghij");
+  });
+  const ProcessResult r = Run({port(), "-b", "20", "-c", "10000"}, "r\x1b");
+  far_end.join();
+  EXPECT_TRUE(took_first_part);
+  EXPECT_EQ(
+      "Got 'r'.\n"
+      " [T] Calling ReadFile() request 20 bytes...\n"
+      " [T] ReadFile pending, wait 10000 millisec...\n"
+      " [T] Wait success.\n"
+      " [T] Result: ReadFile async SUCCESS. nDone=20.\n"
+      "0123456789abcdefghij\n" +
+          KeyPrompt(1) + kEscLines + kClosedLines,
+      KeyOutput(r));
+}
+
+TEST_F(PortKeysEndToEnd, ClearingReadsEverythingWaitingAndRestoresTheTimeouts) {
+  Arrive(std::string(2500, 'x'));
+  const ProcessResult r = Run({port(), "-b", "20", "-c", "300", "--clear-comport-msec=120"}, "q0qr0\x1b");
+  const std::string clearing = " [D.ms] Clearing COM port(dry read timeout 120ms)...\n";
+  EXPECT_EQ("Got 'q'.\n" + QueueReport(2500) + KeyPrompt(1) +  //
+                "Got '0'.\n" + clearing + " [D.ms] ClearCommError() reports: cbInQue=2500, cbOutQue=0. \n" +
+                " [D.ms] COM port read-buffer bytes cleared: 2500\n"
+                " [D.ms] COM port cleared.\n" +
+                KeyPrompt(2) + "Got 'q'.\n" + QueueReport(0) + KeyPrompt(3) +
+                // The configured timeouts are back: the read waits for all 20 bytes and times out.
+                "Got 'r'.\n" + ReadCancelled(20, 300) + KeyPrompt(4) +
+                // An empty port: no cleared line.
+                "Got '0'.\n" + clearing + " [D.ms] ClearCommError() reports: cbInQue=0, cbOutQue=0. \n" +
+                " [D.ms] COM port cleared.\n" + KeyPrompt(5) + kEscLines + kClosedLines,
+            KeyOutput(r));
+}
+
+TEST_F(PortKeysEndToEnd, PurgesEmptyTheInputWithAndWithoutAbort) {
+  Arrive(std::string(100, 'a'));
+  testkit::KeyPipe keys;
+  ASSERT_TRUE(keys.ok());
+  bool refilled = false;
+  std::thread far_end([&] {
+    keys.Type("qpqW1\n");
+    // The one byte of W says the keys before it are done: the port gets new bytes for P.
+    if (pty_.ReadFar(1, 10000).size() == 1 && pty_.WriteFar(std::string(50, 'b'))) {
+      refilled = testkit::WaitForInputQueue(port(), 50, 5000);
+    }
+    keys.Type("qPq\x1b");
+    keys.Close();
+  });
+  const ProcessResult r = RunTyped({port()}, keys);
+  far_end.join();
+  EXPECT_TRUE(refilled);
+  EXPECT_EQ("Got 'q'.\n" + QueueReport(100) + KeyPrompt(1) +                                      //
+                "Got 'p'.\n [D.ms] PurgeComm()... \n [D.ms] PurgeComm() ok.\n" + KeyPrompt(2) +   //
+                "Got 'q'.\n" + QueueReport(0) + KeyPrompt(3) +                                    //
+                "Got 'W'.\nBytes to write(0): " + WriteSync(1) + KeyPrompt(4) +                   //
+                "Got 'q'.\n" + QueueReport(50) + KeyPrompt(5) +                                   //
+                "Got 'P'.\n [D.ms] PurgeComm()... +Cancel VCOM IRP\n [D.ms] PurgeComm() ok.\n" +  //
+                KeyPrompt(6) + "Got 'q'.\n" + QueueReport(0) + KeyPrompt(7) + kEscLines + kClosedLines,
+            KeyOutput(r));
+}
+
+TEST_F(PortKeysEndToEnd, StateReportShowsTheDcbAndFollowsTheCtsFlowKeys) {
+  const ProcessResult r = Run({port()}, "iFifi\x1b");
+  // A pseudo-terminal has no modem lines.
+  const std::string modem = " [T] GetCommModemStatus() fails. WinErr=50(UnknownWinErrCode)\n";
+  const std::string out = KeyOutput(r);
+  ExpectInOrder(out, {"Got 'i'.\n" + PtyDcbLines(false) + modem, KeyPrompt(1),
+                      "Got 'F'.\nSetCommState() .fOutxCtsFlow=1 Success.\n" + KeyPrompt(2),
+                      "Got 'i'.\n" + PtyDcbLines(true) + modem, KeyPrompt(3),
+                      "Got 'f'.\nSetCommState() .fOutxCtsFlow=0 Success.\n" + KeyPrompt(4),
+                      "Got 'i'.\n" + PtyDcbLines(false) + modem, KeyPrompt(5) + kEscLines + kClosedLines});
+  EXPECT_EQ(std::string::npos, out.find("WrongValue")) << out;
+}
+
+// A real serial device, when this machine has one the test may use: the same summary and report
+// structure; the line values are whatever the hardware says.
+TEST(PortKeysOnSerialDevice, StateAndQueueReportsOnTtyS0) {
+  const char* const path = "/dev/ttyS0";
+  const int probe = ::open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+  if (probe < 0) GTEST_SKIP() << path << " cannot be opened read/write here";
+  const bool unused = ::flock(probe, LOCK_EX | LOCK_NB) == 0;
+  ::close(probe);
+  if (!unused) GTEST_SKIP() << path << " is in use by another program";
+
+  ProcessOptions options;
+  options.stdin_bytes = "iq\x1b";
+  const ProcessResult r = testkit::RunKeyed({path, "-c", "300"}, options);
+  ASSERT_TRUE(r.started) << r.error;
+  ASSERT_FALSE(r.timed_out) << r.out;
+  EXPECT_EQ(0, r.exit_code) << r.out;
+  EXPECT_NE(std::string::npos, r.out.find("DevOpenPath: /dev/ttyS0\ng_bytes_to_rw = 100\n"
+                                          "g_wait_msec_before_cancel = 300\n"))
+      << r.out;
+  EXPECT_NE(std::string::npos, r.out.find(testkit::OpenedLines(path))) << r.out;
+
+  // The values are the device's own, except what the program sets at start-up.
+  std::string dcb = "Got 'i'\\.\n";
+  for (const char* line : {R"(GetCommState\(\) returns DCB info:)",
+                           R"(  \.Baudrate=115200)",
+                           R"(  \.fBinary=(yes|no))",
+                           R"(  \.fParity=(yes|no))",
+                           R"(  \.fOutxCtsFlow=(yes|no))",
+                           R"(  \.fOutxDsrFlow=(yes|no))",
+                           R"(  \.fDtrControl=[0-2] \(DTR_CONTROL_[A-Z]+\))",
+                           R"(  \.fBinary=(yes|no))",
+                           R"(  \.fDsrSensitivity=(yes|no))",
+                           R"(  \.fTXContinueOnXoff=(yes|no))",
+                           R"(  \.fOutX=(yes|no))",
+                           R"(  \.fInX=(yes|no))",
+                           R"(  \.fErrorChar=(yes|no))",
+                           R"(  \.fNull=(yes|no))",
+                           R"(  \.fRtsControl=[0-3] \(RTS_CONTROL_[A-Z]+\))",
+                           R"(  \.fAbortOnError=(yes|no))",
+                           R"(  \.XonLim=[0-9]+)",
+                           R"(  \.XoffLim=[0-9]+)",
+                           R"(  \.ByteSize=8)",
+                           R"(  \.Parity=NO_PARITY)",
+                           R"(  \.StopBits=one)",
+                           R"(  \.XonChar=0x[0-9A-F]{2})",
+                           R"(  \.XoffChar=0x[0-9A-F]{2})",
+                           R"(  \.ErrorChar=0x[0-9A-F]{2})",
+                           R"(  \.EofChar=0x[0-9A-F]{2})",
+                           R"(  \.EvtChar=0x[0-9A-F]{2})",
+                           ""}) {
+    dcb += std::string(line) + "\n";
+  }
+  const std::string modem =
+      "(Modem lines: CTS (on|off),DSR (on|off), DCD (on|off),RING (on|off)\n\n"
+      "| \\[T\\] GetCommModemStatus\\(\\) fails\\. WinErr=[0-9]+\\([A-Z_a-z]+\\)\n)";
+  EXPECT_TRUE(std::regex_search(r.out, std::regex(dcb + modem))) << r.out;
+  const std::regex queue(
+      " \\[D\\] ClearCommError\\(\\) reports: cbInQue=[0-9]+, cbOutQue=[0-9]+\\. (Errors-cleared: "
+      "0x[0-9A-F]{4})?\n");
+  std::smatch m;
+  ASSERT_TRUE(std::regex_search(r.out, m, queue)) << r.out;
+  EXPECT_EQ(KeyPrompt(2) + kEscLines + kClosedLines, m.suffix().str());
+  const std::string before = KeyPrompt(1) + "Got 'q'.\n";
+  const std::string prefix = m.prefix().str();
+  EXPECT_TRUE(prefix.size() >= before.size() &&
+              prefix.compare(prefix.size() - before.size(), before.size(), before) == 0)
+      << r.out;
+}
+
+}  // namespace
+}  // namespace portwren
