@@ -8,14 +8,6 @@ namespace portwren {
 
 namespace {
 
-int32_t FormatInto(FormatSink* sink, const char* format, ...) {
-  va_list args;
-  va_start(args, format);
-  const int32_t count = FormatCore(sink, format, args);
-  va_end(args);
-  return count;
-}
-
 // Every record's dump starts at the column its stream offset falls in, so rows stay aligned
 // to multiples of the row width across records.
 int32_t StartColumn(uint64_t stream_offset, int32_t row_width) {
@@ -41,8 +33,8 @@ bool Writable(const LogFileWriter* log, int32_t count) {
 int32_t RenderCompactTime(void* local_time, FormatSink* sink) {
   const os::LocalTime t =
       local_time != nullptr ? *static_cast<const os::LocalTime*>(local_time) : os::GetLocalTime();
-  return FormatInto(sink, "%04d%02d%02d.%02d%02d%02d.%03d", t.year, t.month, t.day, t.hour, t.minute,
-                    t.second, t.milliseconds);
+  return FormatToSink(sink, "%04d%02d%02d.%02d%02d%02d.%03d", t.year, t.month, t.day, t.hour, t.minute,
+                      t.second, t.milliseconds);
 }
 
 bool LogOutRecord(LogFileWriter* log, uint64_t chunk_number, uint64_t stream_offset, const uint8_t* buffer,

@@ -157,17 +157,10 @@ void WinErrStampMs(int ok, const char* format, ...) { PW_WINERR_BODY(LineForm::k
 #undef PW_WINERR_BODY
 
 namespace {
-int32_t FormatCoreArgs(FormatSink* sink, const char* format, ...) {
-  va_list args;
-  va_start(args, format);
-  const int32_t count = FormatCore(sink, format, args);
-  va_end(args);
-  return count;
-}
 
 int32_t RenderTime(FormatSink* sink, const os::LocalTime& t, const char* ms_text) {
-  return FormatCoreArgs(sink, "%04d-%02d-%02d_%02d:%02d:%02d%s", t.year, t.month, t.day, t.hour, t.minute,
-                        t.second, ms_text);
+  return FormatToSink(sink, "%04d-%02d-%02d_%02d:%02d:%02d%s", t.year, t.month, t.day, t.hour, t.minute,
+                      t.second, ms_text);
 }
 }  // namespace
 
@@ -180,11 +173,11 @@ int32_t RenderLocalNow(void* with_ms, FormatSink* sink) {
 
 int32_t RenderEpochMs(void* epoch_ms, FormatSink* sink) {
   const int64_t ms = *static_cast<const int64_t*>(epoch_ms);
-  if (ms == 0) return FormatCoreArgs(sink, "(none)");
+  if (ms == 0) return FormatToSink(sink, "(none)");
   os::LocalTime t;
   if (!os::LocalTimeFromEpochMs(ms, &t)) return 0;
-  return FormatCoreArgs(sink, "%04d-%02d-%02d_%02d:%02d:%02d.%03d", t.year, t.month, t.day, t.hour, t.minute,
-                        t.second, t.milliseconds);
+  return FormatToSink(sink, "%04d-%02d-%02d_%02d:%02d:%02d.%03d", t.year, t.month, t.day, t.hour, t.minute,
+                      t.second, t.milliseconds);
 }
 
 }  // namespace portwren

@@ -82,6 +82,9 @@ WideFormatCallback* MakeFormatCallback(WideFormatCallback* record, WideFormatCal
 // is advanced by that count (buffer, room and base position).
 int32_t FormatCore(FormatSink* sink, const char* format, va_list args);
 int32_t FormatCore(WideFormatSink* sink, const char16_t* format, va_list args);
+// The same with the arguments in line: for the renderers of %F callbacks and record writers.
+int32_t FormatToSink(FormatSink* sink, const char* format, ...);
+int32_t FormatToSink(WideFormatSink* sink, const char16_t* format, ...);
 
 // The buffer is always terminated when capacity >= 1; what does not fit is dropped silently.
 int32_t FormatToBuffer(char* buffer, int32_t capacity, const char* format, ...);

@@ -181,6 +181,13 @@ void SetFormatLineEnd(int mode) {
   int32_t FormatCore(BasicFormatSink<Ch>* sink, const Ch* format, va_list args) {                \
     return CoreV(sink, format, args);                                                            \
   }                                                                                              \
+  int32_t FormatToSink(BasicFormatSink<Ch>* sink, const Ch* format, ...) {                        \
+    va_list args;                                                                                \
+    va_start(args, format);                                                                      \
+    const int32_t count = CoreV(sink, format, args);                                             \
+    va_end(args);                                                                                \
+    return count;                                                                                \
+  }                                                                                              \
   int32_t FormatToBufferV(Ch* buffer, int32_t capacity, const Ch* format, va_list args) {        \
     return ToBufferV(buffer, capacity, false, format, args);                                     \
   }                                                                                              \

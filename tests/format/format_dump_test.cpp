@@ -8,7 +8,6 @@ namespace portwren {
 namespace {
 
 using testing_format::CollectPiece;
-using testing_format::CoreArgs;
 using testing_format::Pieces;
 
 class FormatDump : public ::testing::Test {
@@ -207,7 +206,7 @@ TEST_F(FormatDump, LargeDumpStreamsTheSameTextAsTheBuffer) {
   sink.context = &pieces;
   sink.buffer = buffer.data();
   sink.room = static_cast<int32_t>(buffer.size());
-  const int32_t count = CoreArgs(&sink, "%k%0.*R%t%4.0v%*m", " ", 0, 16, ".", 0ull, 16000, data.data());
+  const int32_t count = FormatToSink(&sink, "%k%0.*R%t%4.0v%*m", " ", 0, 16, ".", 0ull, 16000, data.data());
   EXPECT_EQ(static_cast<int32_t>(expected.size()), count);
   EXPECT_EQ(expected, std::string(buffer.data()));
   EXPECT_EQ(expected, pieces.text);
@@ -223,7 +222,7 @@ TEST_F(FormatDump, OneLongRowStreamsInPieces) {
   std::string expected;
   for (int i = 0; i < 5000; ++i) expected += "11 ";
   expected.pop_back();
-  EXPECT_EQ(5000 * 3 - 1, CoreArgs(&sink, "%k%*m", " ", 5000, data.data()));
+  EXPECT_EQ(5000 * 3 - 1, FormatToSink(&sink, "%k%*m", " ", 5000, data.data()));
   EXPECT_EQ(expected, pieces.text);
   EXPECT_GT(pieces.calls, 1);
 }

@@ -30,15 +30,6 @@ void CollectPiece(void* context, const Ch* text, int32_t length, const BasicForm
   if (trace != nullptr) ++pieces->traced;
 }
 
-template <class Ch>
-int32_t CoreArgs(BasicFormatSink<Ch>* sink, const Ch* format, ...) {
-  va_list args;
-  va_start(args, format);
-  const int32_t count = FormatCore(sink, format, args);
-  va_end(args);
-  return count;
-}
-
 inline std::string Printable(const std::string& text) { return text; }
 inline std::string Printable(const std::u16string& text) {
   std::string out;
@@ -71,7 +62,7 @@ template <class Ch, class... Args>
   BasicFormatSink<Ch> sink;
   sink.writer = &CollectPiece<Ch>;
   sink.context = &pieces;
-  const int32_t streamed = CoreArgs(&sink, format, args...);
+  const int32_t streamed = FormatToSink(&sink, format, args...);
   if (streamed != want_count || pieces.text != want) {
     return ::testing::AssertionFailure() << "pieces: got \"" << Printable(pieces.text) << "\" (" << streamed
                                          << "), want \"" << Printable(want) << "\"";

@@ -10,7 +10,6 @@ namespace portwren {
 namespace {
 
 using testing_format::CollectPiece;
-using testing_format::CoreArgs;
 using testing_format::Pieces;
 
 // The usual shape of a logging wrapper: its caller's format and arguments go on through %w.
@@ -150,7 +149,7 @@ TEST(FormatNested, PiecesOfTheChildReachTheParentsWriter) {
   char buffer[32];
   sink.buffer = buffer;
   sink.room = sizeof buffer;
-  EXPECT_EQ(5, CoreArgs(&sink, "a%wb%%", &nested));
+  EXPECT_EQ(5, FormatToSink(&sink, "a%wb%%", &nested));
   const std::vector<std::string> expected{"a", "<", ">", "b", "%"};
   EXPECT_EQ(expected, pieces.list);
   EXPECT_STREQ("a<>b%", buffer);
@@ -175,7 +174,7 @@ int32_t RecordSink(void* argument, FormatSink* sink) {
   seen->quiet = sink->quiet;
   seen->has_writer = sink->writer != nullptr;
   if (seen->parent != nullptr) seen->text_before = seen->parent;
-  return testing_format::CoreArgs(sink, "<%d>", 42);
+  return FormatToSink(sink, "<%d>", 42);
 }
 
 TEST(FormatCallback, RendersIntoTheChildSink) {
@@ -205,7 +204,7 @@ TEST(FormatCallback, ChildOfADeeperSinkCarriesLevelBaseAndQuiet) {
   sink.level = 2;
   sink.base_pos = 10;
   sink.quiet = true;
-  EXPECT_EQ(5, CoreArgs(&sink, "%d%F", 7, &callback));
+  EXPECT_EQ(5, FormatToSink(&sink, "%d%F", 7, &callback));
   EXPECT_EQ(3u, seen.level);
   EXPECT_EQ(11, seen.base_pos);
   EXPECT_EQ(0, seen.room);  // no buffer
@@ -229,7 +228,7 @@ int32_t CoreNested(FormatSink* sink, const char* outer, const char* inner, ...) 
   va_list args;
   va_start(args, inner);
   NestedFormat nested;
-  const int32_t count = testing_format::CoreArgs(sink, outer, MakeNestedFormat(&nested, inner, &args));
+  const int32_t count = FormatToSink(sink, outer, MakeNestedFormat(&nested, inner, &args));
   va_end(args);
   return count;
 }
@@ -251,8 +250,8 @@ TEST(FormatCallback, LevelsCountEveryNesting) {
 }
 
 int32_t RenderTwoCalls(void*, FormatSink* sink) {
-  const int32_t first = testing_format::CoreArgs(sink, "%s", "one");
-  return first + testing_format::CoreArgs(sink, "+%s", "two");
+  const int32_t first = FormatToSink(sink, "%s", "one");
+  return first + FormatToSink(sink, "+%s", "two");
 }
 
 int32_t RenderNegative(void*, FormatSink*) { return -5; }

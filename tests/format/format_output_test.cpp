@@ -9,7 +9,6 @@ namespace portwren {
 namespace {
 
 using testing_format::CollectPiece;
-using testing_format::CoreArgs;
 using testing_format::Pieces;
 
 TEST(FormatBuffer, TruncationIsSilentAndCountsEverything) {
@@ -66,11 +65,11 @@ TEST(FormatSinkState, CoreAdvancesBufferRoomAndBase) {
   sink.buffer = buffer;
   sink.room = sizeof buffer;
   sink.base_pos = 5;
-  EXPECT_EQ(3, CoreArgs(&sink, "%d", 123));
+  EXPECT_EQ(3, FormatToSink(&sink, "%d", 123));
   EXPECT_EQ(buffer + 3, sink.buffer);
   EXPECT_EQ(29, sink.room);
   EXPECT_EQ(8, sink.base_pos);
-  EXPECT_EQ(2, CoreArgs(&sink, "-%c", 'x'));
+  EXPECT_EQ(2, FormatToSink(&sink, "-%c", 'x'));
   EXPECT_STREQ("123-x", buffer);
   EXPECT_EQ(27, sink.room);
   EXPECT_EQ(10, sink.base_pos);
@@ -81,11 +80,11 @@ TEST(FormatSinkState, AdvanceAfterOverflowLeavesNoRoom) {
   FormatSink sink;
   sink.buffer = buffer;
   sink.room = 4;
-  EXPECT_EQ(6, CoreArgs(&sink, "abcdef"));
+  EXPECT_EQ(6, FormatToSink(&sink, "abcdef"));
   EXPECT_EQ(-2, sink.room);
   EXPECT_STREQ("abc", buffer);
   // A sink without room takes nothing more, but still counts.
-  EXPECT_EQ(2, CoreArgs(&sink, "gh"));
+  EXPECT_EQ(2, FormatToSink(&sink, "gh"));
   EXPECT_STREQ("abc", buffer);
 }
 
@@ -97,7 +96,7 @@ TEST(FormatPieces, ConcatenateToTheBufferText) {
   sink.context = &pieces;
   sink.buffer = buffer;
   sink.room = sizeof buffer;
-  const int32_t count = CoreArgs(&sink, "id=%05d name=%-6s|%#x%%", -42, "ab", 255u);
+  const int32_t count = FormatToSink(&sink, "id=%05d name=%-6s|%#x%%", -42, "ab", 255u);
   EXPECT_EQ("id=-0042 name=ab    |0xff%", pieces.text);
   EXPECT_EQ(pieces.text, buffer);
   EXPECT_EQ(static_cast<int32_t>(pieces.text.size()), count);
@@ -112,7 +111,7 @@ TEST(FormatPieces, StreamingContinuesPastAFullBuffer) {
   sink.context = &pieces;
   sink.buffer = buffer;
   sink.room = sizeof buffer;
-  EXPECT_EQ(11, CoreArgs(&sink, "%s %s", "hello", "world"));
+  EXPECT_EQ(11, FormatToSink(&sink, "%s %s", "hello", "world"));
   EXPECT_EQ("hello world", pieces.text);
   EXPECT_STREQ("hel", buffer);
 }
@@ -122,7 +121,7 @@ TEST(FormatPieces, PaddingGoesOutInPiecesOfAtMostOneHundred) {
   FormatSink sink;
   sink.writer = &CollectPiece<char>;
   sink.context = &pieces;
-  EXPECT_EQ(250, CoreArgs(&sink, "%250s", "x"));
+  EXPECT_EQ(250, FormatToSink(&sink, "%250s", "x"));
   ASSERT_EQ(4u, pieces.list.size());
   EXPECT_EQ(std::string(100, ' '), pieces.list[0]);
   EXPECT_EQ(std::string(100, ' '), pieces.list[1]);
@@ -131,7 +130,7 @@ TEST(FormatPieces, PaddingGoesOutInPiecesOfAtMostOneHundred) {
 
   Pieces<char> zeros;
   sink.context = &zeros;
-  EXPECT_EQ(205, CoreArgs(&sink, "%-+205d|", 7) - 1);
+  EXPECT_EQ(205, FormatToSink(&sink, "%-+205d|", 7) - 1);
   for (const std::string& piece : zeros.list) EXPECT_LE(piece.size(), 100u);
   EXPECT_EQ("+7" + std::string(203, ' ') + "|", zeros.text);
 }
@@ -141,7 +140,7 @@ TEST(FormatPieces, LiteralRunsAndConversionsArePiecesOfTheirOwn) {
   FormatSink sink;
   sink.writer = &CollectPiece<char>;
   sink.context = &pieces;
-  CoreArgs(&sink, "ab%dcd%5s", 12, "xy");
+  FormatToSink(&sink, "ab%dcd%5s", 12, "xy");
   const std::vector<std::string> expected{"ab", "12", "cd", "   ", "xy"};
   EXPECT_EQ(expected, pieces.list);
 }
@@ -151,7 +150,7 @@ TEST(FormatPieces, ZeroPaddingSitsBetweenSignAndDigits) {
   FormatSink sink;
   sink.writer = &CollectPiece<char>;
   sink.context = &pieces;
-  CoreArgs(&sink, "%#08x", 0xabu);
+  FormatToSink(&sink, "%#08x", 0xabu);
   const std::vector<std::string> expected{"0x", "0000", "ab"};
   EXPECT_EQ(expected, pieces.list);
 }

@@ -8,7 +8,6 @@ namespace portwren {
 namespace {
 
 using testing_format::CollectPiece;
-using testing_format::CoreArgs;
 using testing_format::Pieces;
 
 void CollectLine(void* context, const char* text) { static_cast<std::vector<std::string>*>(context)->push_back(text); }
@@ -85,7 +84,7 @@ TEST_F(FormatTrace, BasePositionOfTheSinkIsTheStock) {
   sink.context = &pieces;
   sink.base_pos = 100;
   sink.level = 1;
-  CoreArgs(&sink, "ab");
+  FormatToSink(&sink, "ab");
   const std::vector<std::string> expected{
       "    <<fmtstring>>(@lv2): ab\n",
       "    <ab> fmtpos:0+2 width:false preci:false stock:100(@lv2) outpos:0+2 (~100+2)\n",
@@ -104,7 +103,7 @@ TEST_F(FormatTrace, RecordHandedToThePieceWriter) {
     if (trace != nullptr) static_cast<Seen*>(context)->records.push_back(*trace);
   };
   sink.base_pos = 7;
-  CoreArgs(&sink, "-%08.3f", 1.5);
+  FormatToSink(&sink, "-%08.3f", 1.5);
   ASSERT_EQ(3u, seen.records.size());
   const FormatTraceRecord& zeros = seen.records[1];
   EXPECT_EQ(std::string("%08.3f"), std::string(zeros.directive, static_cast<std::size_t>(zeros.directive_length)));
@@ -128,7 +127,7 @@ TEST_F(FormatTrace, QuietFormattingIsNotTraced) {
   sink.quiet = true;
   NestedFormat nested;
   MakeNestedFormat(&nested, "inner", nullptr);
-  CoreArgs(&sink, "x%wy", &nested);  // quiet reaches the child too
+  FormatToSink(&sink, "x%wy", &nested);  // quiet reaches the child too
   EXPECT_STREQ("xinnery", buffer);
   EXPECT_TRUE(lines_.empty());
 }

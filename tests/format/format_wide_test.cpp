@@ -8,7 +8,6 @@ namespace portwren {
 namespace {
 
 using testing_format::CollectPiece;
-using testing_format::CoreArgs;
 using testing_format::Pieces;
 
 TEST(FormatWide, StandardDirectives) {
@@ -41,7 +40,7 @@ std::u16string WideWrapped(const char16_t* format, ...) {
 }
 
 int32_t RenderWide(void* argument, WideFormatSink* sink) {
-  return CoreArgs(sink, u"(%d@%u)", *static_cast<int*>(argument), sink->level);
+  return FormatToSink(sink, u"(%d@%u)", *static_cast<int*>(argument), sink->level);
 }
 
 TEST(FormatWide, NestingAndCallbacks) {
@@ -97,7 +96,7 @@ TEST(FormatWide, PiecesAndPadding) {
   WideFormatSink sink;
   sink.writer = &CollectPiece<char16_t>;
   sink.context = &pieces;
-  EXPECT_EQ(150, CoreArgs(&sink, u"%150s", u"w"));
+  EXPECT_EQ(150, FormatToSink(&sink, u"%150s", u"w"));
   ASSERT_EQ(3u, pieces.list.size());
   EXPECT_EQ(std::u16string(100, u' '), pieces.list[0]);
   EXPECT_EQ(std::u16string(49, u' '), pieces.list[1]);
