@@ -86,9 +86,10 @@ TEST(EscapeDecoder, LoneEscWaitsThenBecomesAKey) {
   decoder.Expire();
   EXPECT_FALSE(decoder.Pending());
   EXPECT_EQ(Drain(decoder), (Keys{27}));
-  // Expiring with nothing pending does nothing.
+  // Expiring with nothing pending does nothing; an empty queue pops -1.
   decoder.Expire();
   EXPECT_FALSE(decoder.HasKey());
+  EXPECT_EQ(decoder.PopKey(), -1);
 }
 
 TEST(EscapeDecoder, EscFollowedByAnotherKey) {
@@ -115,13 +116,13 @@ TEST(EscapeDecoder, UnknownSequencesAreDroppedWhole) {
 
 TEST(EscapeDecoder, ExpiredHalfSequenceIsDroppedAndItsRestStaysHarmless) {
   // ESC [ arrived, then the wait ran out: nothing comes out, certainly not an ESC (quit).
-  EXPECT_EQ(Decode("\x1b[", true), Keys{});
-  EXPECT_EQ(Decode("\x1b[1", true), Keys{});
-  EXPECT_EQ(Decode("\x1bO", true), Keys{});
-  EXPECT_EQ(Decode("\x1b[[", true), Keys{});
+  for (const char* half : {"\x1b[", "\x1b[1", "\x1bO", "\x1b[["}) {
+    EXPECT_EQ(Decode(half, true), Keys{}) << half + 1;
+  }
 
   EscapeDecoder decoder;
-  for (const char c : std::string("\x1b[")) decoder.Push(static_cast<unsigned char>(c));
+  decoder.Push(0x1b);
+  decoder.Push('[');
   decoder.Expire();
   decoder.Push('A');  // the late rest reads as a plain letter
   EXPECT_EQ(Drain(decoder), (Keys{'A'}));
@@ -133,11 +134,6 @@ TEST(EscapeDecoder, ControlByteInsideSequenceAbortsItAndCountsAnew) {
   EXPECT_EQ(Decode("\x1b[\x1b[B"), (Keys{224, 80}));
   EXPECT_EQ(Decode("\x1b[[\x1b", true), (Keys{27}));
   EXPECT_EQ(Decode("\x1b[5\x80"), (Keys{0x80}));
-}
-
-TEST(EscapeDecoder, PopKeyOnEmptyQueue) {
-  EscapeDecoder decoder;
-  EXPECT_EQ(decoder.PopKey(), -1);
 }
 
 }  // namespace

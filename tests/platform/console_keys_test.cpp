@@ -8,6 +8,7 @@
 
 #include "platform/console_keys.h"
 #include "platform/os_console.h"
+#include "platform_test_util.h"
 
 namespace portwren::os {
 namespace {
@@ -51,111 +52,68 @@ class ScriptedStream final : public ConsoleStream {
   bool open_ = false;
 };
 
-template <typename Reader>
-std::vector<int> KeysUntilEnd(Reader& reader, int count) {
-  std::vector<int> keys;
-  for (int i = 0; i < count; ++i) keys.push_back(reader.GetKey());
-  return keys;
-}
+using testing_util::Keys;
+using testing_util::Line;
 
 // ---- piped input ----
 
-TEST(StreamKeys, LineEndsAreEnterAndTheEndIsEscForEver) {
-  ScriptedStream stream("a\nb\r\nc\rd\n\n\r\r\n");
+TEST(StreamKeys, BytesPassLineEndsAreEnterAndTheEndIsEscForEver) {
+  ScriptedStream stream(std::string("\x1b[A\x7f\0\xff" "a\nb\r\nc\rd\n\n\r\r\n", 19));
   StreamKeys keys(stream);
-  EXPECT_EQ(KeysUntilEnd(keys, 14),
-            (std::vector<int>{'a', 13, 'b', 13, 'c', 13, 'd', 13, 13, 13, 13, 27, 27, 27}));
+  EXPECT_EQ(Keys(keys, 6), (std::vector<int>{27, '[', 'A', 127, 0, 255}));
+  EXPECT_EQ(Keys(keys, 11), (std::vector<int>{'a', 13, 'b', 13, 'c', 13, 'd', 13, 13, 13, 13}));
+  EXPECT_TRUE(keys.KeyWaiting()) << "the end reads as ESC, so a key is waiting";
+  EXPECT_EQ(Keys(keys, 3), (std::vector<int>{27, 27, 27}));
+  EXPECT_TRUE(keys.KeyWaiting());
 }
 
-TEST(StreamKeys, BytesPassUnchanged) {
-  ScriptedStream stream(std::string("\x1b[A\x7f\0\xff", 6));
-  StreamKeys keys(stream);
-  EXPECT_EQ(KeysUntilEnd(keys, 6), (std::vector<int>{27, '[', 'A', 127, 0, 255}));
-}
-
-TEST(StreamKeys, KeyWaitingLooksWithoutWaitingOrConsuming) {
+TEST(StreamKeys, KeyWaitingLooksWithoutWaitingOrConsumingAndSkipsTheLfOfCrLf) {
   ScriptedStream stream;
   stream.KeepOpen();
   StreamKeys keys(stream);
   EXPECT_FALSE(keys.KeyWaiting());
   EXPECT_EQ(stream.waits, (std::vector<int>{0}));
 
-  stream.Add("x");
+  stream.Add("x\r");
   EXPECT_TRUE(keys.KeyWaiting());
   EXPECT_TRUE(keys.KeyWaiting());
-  EXPECT_EQ(keys.GetKey(), 'x');
-  EXPECT_FALSE(keys.KeyWaiting());
-}
-
-TEST(StreamKeys, KeyWaitingSkipsTheLfOfCrLf) {
-  ScriptedStream stream("\r");
-  stream.KeepOpen();
-  StreamKeys keys(stream);
-  EXPECT_EQ(keys.GetKey(), 13);
+  EXPECT_EQ(Keys(keys, 2), (std::vector<int>{'x', 13}));
   stream.Add("\n");
   EXPECT_FALSE(keys.KeyWaiting()) << "the LF belongs to the Enter already read";
   stream.Add("\n");
   EXPECT_TRUE(keys.KeyWaiting()) << "a second LF is a new Enter";
   EXPECT_EQ(keys.GetKey(), 13);
-}
-
-TEST(StreamKeys, KeyWaitingIsTrueAtTheEnd) {
-  ScriptedStream stream;
-  StreamKeys keys(stream);
-  EXPECT_TRUE(keys.KeyWaiting());
-  EXPECT_EQ(keys.GetKey(), 27);
-  EXPECT_TRUE(keys.KeyWaiting());
+  EXPECT_FALSE(keys.KeyWaiting());
 }
 
 TEST(StreamKeys, ReadLineSharesTheStreamWithKeys) {
   ScriptedStream stream("R123\r\nw\r\n0x10\nq");
   StreamKeys keys(stream);
-  char line[100];
   EXPECT_EQ(keys.GetKey(), 'R');
-  ASSERT_TRUE(keys.ReadLine(line, sizeof line));
-  EXPECT_STREQ(line, "123");
+  EXPECT_EQ(Line(keys), "123");
   EXPECT_EQ(keys.GetKey(), 'w') << "the LF of CR LF must not become a key";
   EXPECT_EQ(keys.GetKey(), 13);
-  ASSERT_TRUE(keys.ReadLine(line, sizeof line)) << "the LF after the Enter key is not an empty line";
-  EXPECT_STREQ(line, "0x10");
-  EXPECT_EQ(keys.GetKey(), 'q');
-  EXPECT_EQ(keys.GetKey(), 27);
+  EXPECT_EQ(Line(keys), "0x10") << "the LF after the Enter key is not an empty line";
+  EXPECT_EQ(Keys(keys, 2), (std::vector<int>{'q', 27}));
   EXPECT_TRUE(stream.echo.empty()) << "piped input is not echoed";
 }
 
 TEST(StreamKeys, ReadLineEmptyLinesPartialLastLineAndEnd) {
   ScriptedStream stream("\n\r\n\rtail");
   StreamKeys keys(stream);
-  char line[100] = "junk";
-  ASSERT_TRUE(keys.ReadLine(line, sizeof line));
-  EXPECT_STREQ(line, "");
-  ASSERT_TRUE(keys.ReadLine(line, sizeof line));
-  EXPECT_STREQ(line, "");
-  ASSERT_TRUE(keys.ReadLine(line, sizeof line));
-  EXPECT_STREQ(line, "");
-  ASSERT_TRUE(keys.ReadLine(line, sizeof line));
-  EXPECT_STREQ(line, "tail");
-  EXPECT_FALSE(keys.ReadLine(line, sizeof line));
-  EXPECT_STREQ(line, "");
-  EXPECT_FALSE(keys.ReadLine(line, sizeof line));
+  for (const char* line : {"", "", "", "tail", "<end>", "<end>"}) EXPECT_EQ(Line(keys), line);
 }
 
 TEST(StreamKeys, ReadLineCutsLongLinesAndDropsTheRest) {
-  ScriptedStream stream("123456789\nk");
+  ScriptedStream stream("123456789\nkabc\nd");
   StreamKeys keys(stream);
-  char line[5];
-  ASSERT_TRUE(keys.ReadLine(line, sizeof line));
-  EXPECT_STREQ(line, "1234");
+  EXPECT_EQ(Line(keys, 5), "1234");
   EXPECT_EQ(keys.GetKey(), 'k') << "the cut part must not turn into keys";
-
-  char tiny[1] = {'x'};
-  ScriptedStream other("abc\nd");
-  StreamKeys keys2(other);
-  ASSERT_TRUE(keys2.ReadLine(tiny, 1));
-  EXPECT_EQ(tiny[0], '\0');
-  EXPECT_EQ(keys2.GetKey(), 'd');
-  EXPECT_FALSE(keys2.ReadLine(nullptr, 10));
-  EXPECT_FALSE(keys2.ReadLine(tiny, 0));
+  char tiny[1];
+  EXPECT_FALSE(keys.ReadLine(nullptr, 10));
+  EXPECT_FALSE(keys.ReadLine(tiny, 0));
+  EXPECT_EQ(Line(keys, 1), "") << "the bad calls took nothing";
+  EXPECT_EQ(keys.GetKey(), 'd');
 }
 
 // ---- terminal ----
@@ -163,28 +121,24 @@ TEST(StreamKeys, ReadLineCutsLongLinesAndDropsTheRest) {
 TEST(TerminalKeys, SequencesBecomeExtendedKeysAndTheEndIsEsc) {
   ScriptedStream stream("\x1b[A\x1bOP\x7f\r");
   TerminalKeys keys(stream);
-  EXPECT_EQ(KeysUntilEnd(keys, 9), (std::vector<int>{224, 72, 0, 59, 8, 13, 27, 27, 27}));
+  EXPECT_EQ(Keys(keys, 6), (std::vector<int>{224, 72, 0, 59, 8, 13}));
+  EXPECT_TRUE(keys.KeyWaiting()) << "the end reads as ESC, so a key is waiting";
+  EXPECT_EQ(Keys(keys, 3), (std::vector<int>{27, 27, 27}));
 }
 
-TEST(TerminalKeys, LoneEscIsToldApartByABoundedWait) {
+// Only the short wait after an ESC tells a lone ESC from the start of a split sequence.
+TEST(TerminalKeys, LoneEscAndSplitSequenceAreToldApartByABoundedWait) {
   ScriptedStream stream("\x1b");
   stream.AddGap();
-  stream.Add("a");
+  stream.Add("a\x1b");
   TerminalKeys keys(stream);
-  EXPECT_EQ(keys.GetKey(), 27);
-  EXPECT_EQ(keys.GetKey(), 'a');
-  EXPECT_EQ(stream.waits, (std::vector<int>{-1, kEscapeWaitMs, -1}));
-}
-
-TEST(TerminalKeys, SplitSequenceWithinTheWaitIsOneKey) {
-  ScriptedStream stream("\x1b");
-  TerminalKeys keys(stream);
+  EXPECT_EQ(Keys(keys, 2), (std::vector<int>{27, 'a'}));
   stream.Add("[");
   stream.Add("2");
   stream.Add("4~");
-  EXPECT_EQ(keys.GetKey(), 224);
-  EXPECT_EQ(keys.GetKey(), 134);
-  EXPECT_EQ(stream.waits, (std::vector<int>{-1, kEscapeWaitMs, kEscapeWaitMs, kEscapeWaitMs, kEscapeWaitMs}));
+  EXPECT_EQ(Keys(keys, 2), (std::vector<int>{224, 134}));
+  const int k = kEscapeWaitMs;
+  EXPECT_EQ(stream.waits, (std::vector<int>{-1, k, -1, -1, k, k, k, k}));
 }
 
 TEST(TerminalKeys, KeyWaitingDoesNotBlockAndSeesTheSecondCode) {
@@ -215,60 +169,39 @@ TEST(TerminalKeys, KeyWaitingAfterLoneEscAndAfterADroppedSequence) {
   for (const int wait : stream.waits) EXPECT_GE(wait, 0);
 }
 
-TEST(TerminalKeys, KeyWaitingIsTrueAtTheEnd) {
-  ScriptedStream stream;
-  TerminalKeys keys(stream);
-  EXPECT_TRUE(keys.KeyWaiting());
-  EXPECT_EQ(keys.GetKey(), 27);
-}
-
+// A line read with the short wait running out after before_gap (when there is more).
 TEST(TerminalKeys, ReadLineEditsAndEchoes) {
-  ScriptedStream stream("12x\x7f" "3\r");
-  TerminalKeys keys(stream);
-  char line[100];
-  ASSERT_TRUE(keys.ReadLine(line, sizeof line));
-  EXPECT_STREQ(line, "123");
-  EXPECT_EQ(stream.echo, "12x\b \b3\r\n");
-}
-
-TEST(TerminalKeys, ReadLineIgnoresExtendedKeysAndControlBytes) {
-  ScriptedStream stream("4\x1b[D\x1bOP\t\x01" "2\r");
-  TerminalKeys keys(stream);
-  char line[100];
-  ASSERT_TRUE(keys.ReadLine(line, sizeof line));
-  EXPECT_STREQ(line, "42");
-  EXPECT_EQ(stream.echo, "42\r\n");
-}
-
-TEST(TerminalKeys, ReadLineEscAndCtrlUClearTheLine) {
-  ScriptedStream stream("99\x1b");
-  stream.AddGap();
-  stream.Add("5\x15" "7\r");
-  TerminalKeys keys(stream);
-  char line[100];
-  ASSERT_TRUE(keys.ReadLine(line, sizeof line));
-  EXPECT_STREQ(line, "7");
-  EXPECT_EQ(stream.echo, "99\b \b\b \b5\b \b7\r\n");
-}
-
-TEST(TerminalKeys, ReadLineBackspaceOnEmptyLineAndFullBuffer) {
-  ScriptedStream stream("\x7f" "abcdef\x7fZ\rq");
-  TerminalKeys keys(stream);
-  char line[4];
-  ASSERT_TRUE(keys.ReadLine(line, sizeof line));
-  EXPECT_STREQ(line, "abZ") << "typing past the end is ignored; Backspace frees room again";
-  EXPECT_EQ(stream.echo, "abc\b \bZ\r\n");
-  EXPECT_EQ(keys.GetKey(), 'q');
+  const struct {
+    const char* before_gap;
+    const char* after_gap;
+    int capacity;
+    const char* line;
+    const char* echo;
+    int next_key;
+  } cases[] = {
+      {"12x\x7f" "3\r", "", 100, "123", "12x\b \b3\r\n", 27},
+      {"4\x1b[D\x1bOP\t\x01" "2\r", "", 100, "42", "42\r\n", 27},  // no extended keys, no control bytes
+      {"99\x1b", "5\x15" "7\r", 100, "7", "99\b \b\b \b5\b \b7\r\n", 27},  // ESC and Ctrl+U clear the line
+      // Backspace on an empty line does nothing; typing past the end is ignored until Backspace.
+      {"\x7f" "abcdef\x7fZ\rq", "", 4, "abZ", "abc\b \bZ\r\n", 'q'},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.before_gap);
+    ScriptedStream stream(c.before_gap);
+    if (*c.after_gap) stream.AddGap();
+    stream.Add(c.after_gap);
+    TerminalKeys keys(stream);
+    EXPECT_EQ(Line(keys, c.capacity), c.line);
+    EXPECT_EQ(stream.echo, c.echo);
+    EXPECT_EQ(keys.GetKey(), c.next_key);
+  }
 }
 
 TEST(TerminalKeys, ReadLineAtTheEnd) {
   ScriptedStream stream("12");
   TerminalKeys keys(stream);
-  char line[10];
-  ASSERT_TRUE(keys.ReadLine(line, sizeof line)) << "what was typed before the end counts";
-  EXPECT_STREQ(line, "12");
-  EXPECT_FALSE(keys.ReadLine(line, sizeof line));
-  EXPECT_STREQ(line, "");
+  EXPECT_EQ(Line(keys, 10), "12") << "what was typed before the end counts";
+  EXPECT_EQ(Line(keys), "<end>");
   EXPECT_FALSE(keys.ReadLine(nullptr, 10));
 }
 

@@ -1,12 +1,10 @@
 // Console input on a real terminal (a pseudo-terminal): single-key mode and its flags, keys as
 // the terminal sends them, the edited line read, and the terminal's own mode back on every way
 // out of the program (normal exit, SIGTERM, SIGHUP, Ctrl+C, Ctrl+Z and fg).
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
-#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -18,16 +16,19 @@
 #include <cstring>
 #include <functional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "platform/os_console.h"
 #include "platform/posix/console_posix.h"
+#include "platform_test_util.h"
 
 namespace portwren::os {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using testing_util::Keys;
+using testing_util::Line;
+using testing_util::WaitFor;
 constexpr auto kPatience = std::chrono::seconds(10);  // shared machines can be slow
 
 class Pty {
@@ -58,22 +59,13 @@ class Pty {
     return mode;
   }
   bool InKeyMode() const { return (Mode().c_lflag & ICANON) == 0; }
-  bool IsOriginal() const { return SameMode(Mode(), original_); }
-
-  static bool SameMode(const termios& a, const termios& b) {
-    return a.c_iflag == b.c_iflag && a.c_oflag == b.c_oflag && a.c_cflag == b.c_cflag && a.c_lflag == b.c_lflag &&
-           std::memcmp(a.c_cc, b.c_cc, sizeof a.c_cc) == 0;
+  bool IsOriginal() const {
+    const termios now = Mode();
+    return now.c_iflag == original_.c_iflag && now.c_oflag == original_.c_oflag &&
+           now.c_cflag == original_.c_cflag && now.c_lflag == original_.c_lflag &&
+           std::memcmp(now.c_cc, original_.c_cc, sizeof now.c_cc) == 0;
   }
-
-  // Waits until the condition holds; false after kPatience.
-  static bool WaitFor(const std::function<bool()>& condition) {
-    const auto deadline = Clock::now() + kPatience;
-    while (!condition()) {
-      if (Clock::now() > deadline) return false;
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-  }
+  bool WaitForKeyMode() const { return WaitFor([this] { return InKeyMode(); }); }
 
   // What the terminal shows, read until it contains `expected` (or kPatience ran out).
   std::string ReadUntil(const std::string& expected) {
@@ -95,12 +87,6 @@ class Pty {
   termios original_{};
   std::string shown_;
 };
-
-std::vector<int> Keys(PosixConsole& console, int count) {
-  std::vector<int> keys;
-  for (int i = 0; i < count; ++i) keys.push_back(console.GetKey());
-  return keys;
-}
 
 TEST(ConsolePty, SingleKeyModeOnFirstUseAndBackAfter) {
   Pty pty;
@@ -142,37 +128,25 @@ TEST(ConsolePty, KeysAsTheTerminalSendsThem) {
   pty.Type("\x1b");
   EXPECT_EQ(console.GetKey(), 27) << "a lone ESC arrives after the short wait";
   pty.Type("\x1b[5~");
-  EXPECT_TRUE(Pty::WaitFor([&] { return console.KeyWaiting(); }));
-  EXPECT_EQ(console.GetKey(), 224);
-  EXPECT_TRUE(console.KeyWaiting());
-  EXPECT_EQ(console.GetKey(), 73);
+  EXPECT_TRUE(WaitFor([&] { return console.KeyWaiting(); }));
+  EXPECT_EQ(Keys(console, 2), (std::vector<int>{224, 73}));
   EXPECT_FALSE(console.KeyWaiting());
 }
 
-TEST(ConsolePty, LineReadShowsWhatIsTyped) {
+TEST(ConsolePty, LineReadShowsWhatIsTypedAndAHangUpReadsAsEsc) {
   Pty pty;
   PosixConsole console(pty.slave());
   console.EnterKeyMode();
   pty.Type("12x\x7f" "3\r" "k");
-  char line[100];
-  ASSERT_TRUE(console.ReadLine(line, sizeof line));
-  EXPECT_STREQ(line, "123");
+  EXPECT_EQ(Line(console), "123");
   EXPECT_EQ(console.GetKey(), 'k');
   const std::string shown = pty.ReadUntil("\n");
   EXPECT_EQ(shown.substr(0, 8), "12x\b \b3\r");
   EXPECT_EQ(shown.back(), '\n');
   EXPECT_EQ(shown.find('k'), std::string::npos) << "keys are not echoed";
-}
 
-TEST(ConsolePty, HungUpTerminalReadsAsEsc) {
-  Pty pty;
-  PosixConsole console(pty.slave());
-  console.EnterKeyMode();
-  pty.Type("a");
-  EXPECT_EQ(console.GetKey(), 'a');
   pty.HangUp();
-  EXPECT_EQ(console.GetKey(), 27);
-  EXPECT_EQ(console.GetKey(), 27);
+  EXPECT_EQ(Keys(console, 2), (std::vector<int>{27, 27}));
   EXPECT_TRUE(console.KeyWaiting());
 }
 
@@ -199,10 +173,13 @@ class ChildOnPty {
   }
   pid_t pid() const { return pid_; }
 
-  int Wait() {
+  // How the child ended: "exit <code>" or "signal <number>".
+  std::string Wait() {
     int status = 0;
-    if (waitpid(pid_, &status, 0) == pid_) reaped_ = true;
-    return status;
+    if (waitpid(pid_, &status, 0) != pid_) return "not reaped";
+    reaped_ = true;
+    return WIFEXITED(status) ? "exit " + std::to_string(WEXITSTATUS(status))
+                             : "signal " + std::to_string(WTERMSIG(status));
   }
 
  private:
@@ -219,56 +196,39 @@ int PrintKeysUntilQ() {
   return 1;
 }
 
-TEST(ConsolePtyProgram, NormalExitRestoresTheTerminal) {
-  Pty pty;
-  ChildOnPty child(pty, PrintKeysUntilQ);
-  ASSERT_TRUE(Pty::WaitFor([&] { return pty.InKeyMode(); }));
-  pty.Type("a\x1b[Bq");
-  const int status = child.Wait();
-  ASSERT_TRUE(WIFEXITED(status)) << status;
-  EXPECT_EQ(WEXITSTATUS(status), 0);
-  EXPECT_TRUE(pty.IsOriginal());
-  EXPECT_NE(pty.ReadUntil("[113]").find("[97][224][80][113]"), std::string::npos);
+int IgnoreHangUpThenPrintKeys() {
+  signal(SIGHUP, SIG_IGN);  // as nohup leaves it
+  return PrintKeysUntilQ();
 }
 
-TEST(ConsolePtyProgram, EndingSignalsRestoreTheTerminalAndStillEndIt) {
-  for (const int signal_number : {SIGTERM, SIGHUP, SIGQUIT}) {
-    SCOPED_TRACE(strsignal(signal_number));
+TEST(ConsolePtyProgram, EveryWayOutRestoresTheTerminal) {
+  const struct {
+    int (*body)();
+    int sent;           // once key mode is on, unless 0
+    const char* typed;  // then
+    const char* ended;
+    const char* shown;
+  } ways[] = {
+      {PrintKeysUntilQ, 0, "a\x1b[Bq", "exit 0", "[97][224][80][113]"},
+      {PrintKeysUntilQ, 0, "\x03", "signal 2", ""},  // Ctrl+C: SIGINT from the terminal
+      {PrintKeysUntilQ, SIGTERM, "", "signal 15", ""},
+      {PrintKeysUntilQ, SIGHUP, "", "signal 1", ""},
+      {PrintKeysUntilQ, SIGQUIT, "", "signal 3", ""},
+      {IgnoreHangUpThenPrintKeys, SIGHUP, "q", "exit 0", ""},  // an ignored hang-up stays ignored
+  };
+  for (const auto& way : ways) {
+    SCOPED_TRACE(std::to_string(way.sent) + " " + way.ended);
     Pty pty;
-    ChildOnPty child(pty, PrintKeysUntilQ);
-    ASSERT_TRUE(Pty::WaitFor([&] { return pty.InKeyMode(); }));
-    kill(child.pid(), signal_number);
-    const int status = child.Wait();
-    ASSERT_TRUE(WIFSIGNALED(status)) << status;
-    EXPECT_EQ(WTERMSIG(status), signal_number);
+    ChildOnPty child(pty, way.body);
+    ASSERT_TRUE(pty.WaitForKeyMode());
+    if (way.sent != 0) kill(child.pid(), way.sent);
+    pty.Type(way.typed);
+    EXPECT_EQ(child.Wait(), way.ended);
     EXPECT_TRUE(pty.IsOriginal());
+    if (*way.shown) {
+      EXPECT_NE(pty.ReadUntil(way.shown).find(way.shown), std::string::npos);
+    }
   }
-}
-
-TEST(ConsolePtyProgram, CtrlCEndsTheProgramAndRestoresTheTerminal) {
-  Pty pty;
-  ChildOnPty child(pty, PrintKeysUntilQ);
-  ASSERT_TRUE(Pty::WaitFor([&] { return pty.InKeyMode(); }));
-  pty.Type("\x03");
-  const int status = child.Wait();
-  ASSERT_TRUE(WIFSIGNALED(status)) << status;
-  EXPECT_EQ(WTERMSIG(status), SIGINT);
-  EXPECT_TRUE(pty.IsOriginal());
-}
-
-TEST(ConsolePtyProgram, AnIgnoredHangUpStaysIgnored) {
-  Pty pty;
-  ChildOnPty child(pty, [] {
-    signal(SIGHUP, SIG_IGN);  // as nohup leaves it
-    return PrintKeysUntilQ();
-  });
-  ASSERT_TRUE(Pty::WaitFor([&] { return pty.InKeyMode(); }));
-  kill(child.pid(), SIGHUP);
-  pty.Type("q");
-  const int status = child.Wait();
-  ASSERT_TRUE(WIFEXITED(status)) << status;
-  EXPECT_EQ(WEXITSTATUS(status), 0);
-  EXPECT_TRUE(pty.IsOriginal());
 }
 
 // Ctrl+Z needs a job-control shell around the program (a stopped job of an orphaned process
@@ -298,15 +258,13 @@ TEST(ConsolePtyProgram, StopGivesTheTerminalBackAndContinueTakesItAgain) {
   ASSERT_EQ(read(pid_pipe[0], &job, sizeof job), static_cast<ssize_t>(sizeof job));
   close(pid_pipe[0]);
 
-  ASSERT_TRUE(Pty::WaitFor([&] { return pty.InKeyMode(); }));
+  ASSERT_TRUE(pty.WaitForKeyMode());
   pty.Type("\x1a");  // Ctrl+Z
-  EXPECT_TRUE(Pty::WaitFor([&] { return pty.IsOriginal(); })) << "stopped with the terminal in key mode";
+  EXPECT_TRUE(WaitFor([&] { return pty.IsOriginal(); })) << "stopped with the terminal in key mode";
   kill(job, SIGCONT);
-  EXPECT_TRUE(Pty::WaitFor([&] { return pty.InKeyMode(); })) << "continued without key mode";
+  EXPECT_TRUE(pty.WaitForKeyMode()) << "continued without key mode";
   pty.Type("xq");
-  const int status = shell.Wait();
-  ASSERT_TRUE(WIFEXITED(status)) << status;
-  EXPECT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_EQ(shell.Wait(), "exit 0");
   EXPECT_TRUE(pty.IsOriginal());
   EXPECT_NE(pty.ReadUntil("[113]").find("[120][113]"), std::string::npos);
 }

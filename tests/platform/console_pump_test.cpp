@@ -12,56 +12,31 @@
 
 #include "platform/console_keys.h"
 #include "platform/console_pump.h"
+#include "platform_test_util.h"
 
 namespace portwren::os {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using testing_util::Pipe;
 constexpr int kNothing = ConsoleStream::kNothing;
 constexpr int kEnd = ConsoleStream::kEnd;
 
-class PipeSource {
- public:
-  PipeSource() { EXPECT_EQ(pipe(fds_), 0); }
-  ~PipeSource() {
-    CloseWriter();
-    close(fds_[0]);
-  }
-  PumpedStream::ReadFunction Reader() const {
-    const int fd = fds_[0];
-    return [fd](unsigned char* buffer, size_t size) { return static_cast<long>(read(fd, buffer, size)); };
-  }
-  void Write(const std::string& bytes) const {
-    ASSERT_EQ(write(fds_[1], bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-  }
-  void CloseWriter() {
-    if (fds_[1] >= 0) close(fds_[1]);
-    fds_[1] = -1;
-  }
-
- private:
-  int fds_[2] = {-1, -1};
-};
+PumpedStream::ReadFunction ReaderOf(const Pipe& pipe) {
+  return [fd = pipe.reader()](unsigned char* buffer, size_t size) {
+    return static_cast<long>(read(fd, buffer, size));
+  };
+}
 
 TEST(PumpedStream, PipedKeysLinesAndTheEnd) {
-  PipeSource source;
-  PumpedStream stream(source.Reader());
+  Pipe source;
+  PumpedStream stream(ReaderOf(source));
   StreamKeys keys(stream);
   EXPECT_FALSE(keys.KeyWaiting()) << "nothing written, writer open: nothing waiting, no block";
   source.Write("a\r\n12\nq");
-  ASSERT_TRUE([&] {
-    const auto deadline = Clock::now() + std::chrono::seconds(10);
-    while (!keys.KeyWaiting()) {
-      if (Clock::now() > deadline) return false;
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-  }());
-  EXPECT_EQ(keys.GetKey(), 'a');
-  EXPECT_EQ(keys.GetKey(), 13);
-  char line[10];
-  ASSERT_TRUE(keys.ReadLine(line, sizeof line));
-  EXPECT_STREQ(line, "12");
+  ASSERT_TRUE(testing_util::WaitFor([&] { return keys.KeyWaiting(); }));
+  EXPECT_EQ(testing_util::Keys(keys, 2), (std::vector<int>{'a', 13}));
+  EXPECT_EQ(testing_util::Line(keys, 10), "12");
   EXPECT_EQ(keys.GetKey(), 'q');
   source.CloseWriter();
   EXPECT_EQ(keys.GetKey(), 27);
@@ -70,16 +45,17 @@ TEST(PumpedStream, PipedKeysLinesAndTheEnd) {
 }
 
 TEST(PumpedStream, WaitsEndWithTheFirstByteOrTheLimit) {
-  PipeSource source;
-  PumpedStream stream(source.Reader());
+  Pipe source;
+  PumpedStream stream(ReaderOf(source));
   EXPECT_EQ(stream.Read(0), kNothing);
   EXPECT_EQ(stream.Read(30), kNothing);
-  std::thread writer([&source] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    source.Write("z");
-  });
-  EXPECT_EQ(stream.Read(20000), 'z') << "a byte ends a long wait early";
-  writer.join();
+  {
+    std::jthread writer([&source] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      source.Write("z");
+    });
+    EXPECT_EQ(stream.Read(20000), 'z') << "a byte ends a long wait early";
+  }
   source.CloseWriter();
   EXPECT_EQ(stream.Read(-1), kEnd);
   EXPECT_EQ(stream.Read(0), kEnd);

@@ -2,7 +2,6 @@
 // device list (a test source standing in for a future sysfs listing).
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 
 #include "platform/os_device_enum.h"
@@ -41,6 +40,17 @@ class DeviceEnumTest : public ::testing::Test {
     return DevInfoSetHolder(SetupDiGetClassDevsA(&kGuidDevInterfaceComPort, nullptr,
                                                  kDigcfPresent | kDigcfDeviceInterface));
   }
+  // The set's first interface of the class, and its device.
+  void First(const DevInfoSetHolder& set, const Guid& interface_class = kGuidDevInterfaceComPort) {
+    ASSERT_TRUE(SetupDiEnumDeviceInterfaces(set.get(), nullptr, &interface_class, 0, &data));
+    detail->cbSize = sizeof(DeviceInterfaceDetailA);
+    ASSERT_TRUE(SetupDiGetDeviceInterfaceDetailA(set.get(), &data, detail, sizeof storage, nullptr, &device));
+  }
+
+  DeviceInterfaceData data;
+  alignas(8) char storage[260] = {};
+  DeviceInterfaceDetailA* detail = reinterpret_cast<DeviceInterfaceDetailA*>(storage);
+  DevInfoData device;
 };
 
 TEST(SystemDevicesTest, NoSerialDevicesAreListedYet) {
@@ -58,7 +68,6 @@ TEST(SystemDevicesTest, NoSerialDevicesAreListedYet) {
 TEST_F(DeviceEnumTest, EnumeratesTheInterfacesOfTheClassAskedFor) {
   DevInfoSetHolder set = ComPorts();
   ASSERT_TRUE(set);
-  DeviceInterfaceData data;
   ASSERT_TRUE(SetupDiEnumDeviceInterfaces(set.get(), nullptr, &kGuidDevInterfaceComPort, 0, &data));
   EXPECT_TRUE(data.InterfaceClassGuid == kGuidDevInterfaceComPort);
   EXPECT_FALSE(SetupDiEnumDeviceInterfaces(set.get(), nullptr, &kGuidDevInterfaceComPort, 1, &data));
@@ -74,21 +83,13 @@ TEST_F(DeviceEnumTest, EnumeratesTheInterfacesOfTheClassAskedFor) {
 
 TEST_F(DeviceEnumTest, DetailGivesThePathOrTheSizeItNeeds) {
   DevInfoSetHolder set = ComPorts();
-  DeviceInterfaceData data;
-  ASSERT_TRUE(SetupDiEnumDeviceInterfaces(set.get(), nullptr, &kGuidDevInterfaceComPort, 0, &data));
-
-  alignas(8) char storage[260] = {};
-  auto* detail = reinterpret_cast<DeviceInterfaceDetailA*>(storage);
-  detail->cbSize = sizeof(DeviceInterfaceDetailA);
+  First(set);
+  EXPECT_STREQ(detail->DevicePath, "/dev/ttyUSB0");
   EXPECT_EQ(sizeof(DeviceInterfaceDetailA), 8u);
   Dword required = 0;
   EXPECT_FALSE(SetupDiGetDeviceInterfaceDetailA(set.get(), &data, detail, 10, &required, nullptr));
   EXPECT_EQ(GetLastError(), kErrInsufficientBuffer);
   EXPECT_EQ(required, 4u + sizeof("/dev/ttyUSB0"));
-
-  DevInfoData device;
-  ASSERT_TRUE(SetupDiGetDeviceInterfaceDetailA(set.get(), &data, detail, sizeof storage, &required, &device));
-  EXPECT_STREQ(detail->DevicePath, "/dev/ttyUSB0");
 
   alignas(8) char wide_storage[260] = {};
   auto* wide = reinterpret_cast<DeviceInterfaceDetailW*>(wide_storage);
@@ -102,14 +103,7 @@ TEST_F(DeviceEnumTest, DetailGivesThePathOrTheSizeItNeeds) {
 
 TEST_F(DeviceEnumTest, PropertiesInstanceIdAndPortName) {
   DevInfoSetHolder set = ComPorts();
-  DeviceInterfaceData data;
-  ASSERT_TRUE(SetupDiEnumDeviceInterfaces(set.get(), nullptr, &kGuidDevInterfaceComPort, 0, &data));
-  alignas(8) char storage[260] = {};
-  auto* detail = reinterpret_cast<DeviceInterfaceDetailA*>(storage);
-  detail->cbSize = sizeof(DeviceInterfaceDetailA);
-  DevInfoData device;
-  ASSERT_TRUE(SetupDiGetDeviceInterfaceDetailA(set.get(), &data, detail, sizeof storage, nullptr, &device));
-
+  First(set);
   char text[260] = {};
   Dword type = 0;
   ASSERT_TRUE(SetupDiGetDeviceRegistryPropertyA(set.get(), &device, kSpdrpFriendlyName, &type, text, sizeof text,
@@ -140,13 +134,7 @@ TEST_F(DeviceEnumTest, PropertiesInstanceIdAndPortName) {
 
 TEST_F(DeviceEnumTest, MissingPropertiesAndBadHandlesFail) {
   DevInfoSetHolder set(SetupDiGetClassDevsA(&kOtherClass, nullptr, kDigcfDeviceInterface));
-  DeviceInterfaceData data;
-  ASSERT_TRUE(SetupDiEnumDeviceInterfaces(set.get(), nullptr, &kOtherClass, 0, &data));
-  alignas(8) char storage[260] = {};
-  auto* detail = reinterpret_cast<DeviceInterfaceDetailA*>(storage);
-  detail->cbSize = sizeof(DeviceInterfaceDetailA);
-  DevInfoData device;
-  ASSERT_TRUE(SetupDiGetDeviceInterfaceDetailA(set.get(), &data, detail, sizeof storage, nullptr, &device));
+  First(set, kOtherClass);
   char text[64];
   EXPECT_FALSE(SetupDiGetDeviceRegistryPropertyA(set.get(), &device, kSpdrpFriendlyName, nullptr, text, sizeof text,
                                                  nullptr));

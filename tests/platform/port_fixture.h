@@ -5,14 +5,16 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <functional>
+#include <latch>
 #include <string>
 #include <string_view>
 #include <thread>
-#include <vector>
 
 #include "common/pty_pair.h"
 #include "platform/os_serial.h"
 #include "platform/os_sync.h"
+#include "platform_test_util.h"
 #include "support/handle_holder.h"
 
 namespace portwren::testing_util {
@@ -25,24 +27,30 @@ inline long long MsSince(Clock::time_point start) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
 }
 
+// What Io::Finish gives for a request that succeeded or failed with the given bytes.
+inline std::string Ok(std::string_view bytes) { return "ok " + std::string(bytes); }
+inline std::string Failed(Dword error, std::string_view bytes = "") {
+  return "error " + std::to_string(error) + " " + std::string(bytes);
+}
+
 // One overlapped request with its own manual-reset event and buffer.
 struct Io {
   explicit Io(size_t size = 0) : buffer(size, '\0'), event(CreateEventA(true, false)) {
     overlapped.hEvent = event.get();
   }
-
-  bool Read(Handle port, Dword count) {
-    if (buffer.size() < count) buffer.resize(count);
-    issued_ok = ReadFile(port, buffer.data(), count, &issued_done, &overlapped);
-    issue_error = issued_ok ? 0 : GetLastError();
-    return issued_ok;
+  // A failed test may leave the request pending; it must not outlive its Overlapped.
+  ~Io() {
+    if (pending() && !HasOverlappedIoCompleted(&overlapped) && CancelIoEx(port, &overlapped)) Collect(port);
   }
 
-  bool Write(Handle port, std::string_view data) {
+  bool Read(Handle target, Dword count) {
+    if (buffer.size() < count) buffer.resize(count);
+    return Issued(target, ReadFile(target, buffer.data(), count, &issued_done, &overlapped));
+  }
+  bool Write(Handle target, std::string_view data) {
     buffer.assign(data.begin(), data.end());
-    issued_ok = WriteFile(port, buffer.data(), static_cast<Dword>(buffer.size()), &issued_done, &overlapped);
-    issue_error = issued_ok ? 0 : GetLastError();
-    return issued_ok;
+    return Issued(target, WriteFile(target, buffer.data(), static_cast<Dword>(buffer.size()), &issued_done,
+                                    &overlapped));
   }
 
   bool pending() const { return !issued_ok && issue_error == kErrIoPending; }
@@ -53,31 +61,76 @@ struct Io {
     Dword error;
     Dword count;
   };
-  Result Collect(Handle port, bool wait = true) {
+  Result Collect(Handle target, bool wait = true) {
     Dword count = 0;
-    const bool ok = GetOverlappedResult(port, &overlapped, &count, wait);
+    const bool ok = GetOverlappedResult(target, &overlapped, &count, wait);
     return {ok, ok ? 0 : GetLastError(), count};
   }
-  std::string Text(Dword count) const { return std::string(buffer.data(), count); }
+  // How the request ended within milliseconds: Ok(bytes) or Failed(error, bytes), the bytes
+  // being those it reports; "pending" if it did not end.
+  std::string Finish(Handle target, Dword milliseconds = 3000) {
+    if (!Done(milliseconds)) return "pending";
+    const Result result = Collect(target);
+    return result.ok ? Ok(Text(result.count)) : Failed(result.error, Text(result.count));
+  }
+  std::string Text(Dword count) const { return buffer.substr(0, count); }
 
   std::string buffer;
   EventHolder event;
   Overlapped overlapped;
+  Handle port = kInvalidHandle;
   bool issued_ok = false;
   Dword issue_error = 0;
   Dword issued_done = 0;
+
+ private:
+  bool Issued(Handle target, bool ok) {
+    issue_error = ok ? 0 : GetLastError();
+    port = target;
+    issued_ok = ok;
+    return ok;
+  }
+};
+
+// Runs issue() on a thread of its own that stays alive until Release(), then runs last()
+// there: Windows cancels a thread's requests when it ends, so no issuing thread ends early.
+class IssuingThread {
+ public:
+  explicit IssuingThread(const std::function<void()>& issue, const std::function<void()>& last = [] {})
+      : thread_([this, issue, last] {
+          issue();
+          issued_.count_down();
+          released_.wait();
+          last();
+        }) {
+    issued_.wait();
+  }
+  ~IssuingThread() { Release(); }
+  void Release() {
+    if (!thread_.joinable()) return;
+    released_.count_down();
+    thread_.join();
+  }
+
+ private:
+  std::latch issued_{1};
+  std::latch released_{1};
+  std::thread thread_;
 };
 
 class PortTest : public ::testing::Test {
  protected:
   void SetUp() override {
     ASSERT_TRUE(pty_.ok());
-    port_.reset(CreateFileA(pty_.slave_path().c_str(), kGenericRead | kGenericWrite, 0, kOpenExisting,
-                            kFileFlagOverlapped));
+    port_.reset(OpenPort());
     ASSERT_TRUE(port_) << "CreateFileA failed: " << GetLastError();
+    SetTimeouts(0, 0, 0);  // each test starts from reads that wait for every byte
   }
 
   Handle port() const { return port_.get(); }
+  Handle OpenPort(Dword access = kGenericRead | kGenericWrite, Dword flags = kFileFlagOverlapped) {
+    return CreateFileA(pty_.slave_path().c_str(), access, 0, kOpenExisting, flags);
+  }
 
   void SetTimeouts(Dword interval, Dword multiplier, Dword constant, Dword write_multiplier = 0,
                    Dword write_constant = 0) {
@@ -90,15 +143,17 @@ class PortTest : public ::testing::Test {
     Dword errors = 0;
     return ClearCommError(port(), &errors, &stat) ? stat.cbInQue : 0;
   }
-
-  // Waits until the port has received at least count bytes nobody has read yet.
-  bool WaitForInQueue(Dword count, int timeout_ms = 2000) {
-    const auto start = Clock::now();
-    while (MsSince(start) < timeout_ms) {
-      if (InQueue() >= count) return true;
-      std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return false;
+  // Sends bytes from the far end and waits until the port holds them unread.
+  bool Queue(std::string_view bytes) {
+    const Dword before = InQueue();
+    return pty_.WriteFar(bytes) && WaitFor([&] { return InQueue() >= before + bytes.size(); });
+  }
+  // Sends bytes from the far end after ms, from a thread joined when the result goes.
+  std::jthread WriteFarAfter(int ms, std::string bytes) {
+    return std::jthread([this, ms, bytes] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+      pty_.WriteFar(bytes);
+    });
   }
 
   testkit::PtyPair pty_;

@@ -1,7 +1,6 @@
 // Plain files (and /dev/full) through the Windows file calls, as the log writer uses them.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -15,65 +14,65 @@ namespace portwren {
 namespace {
 
 using namespace os;
-using testing_util::TempDir;
 
-std::string Slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+class RegularFileTest : public ::testing::Test {
+ protected:
+  // The test's file, made with content first unless content is null.
+  Handle Open(const char* content, Dword access, Dword disposition, Dword flags = 0) {
+    if (content != nullptr) std::ofstream(path) << content;
+    return CreateFileA(path.c_str(), access, kFileShareRead, disposition, flags);
+  }
+  std::string Content() const {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+  }
+  static bool WriteAll(Handle file, const std::string& text) {
+    Dword done = 0;
+    return WriteFile(file, text.data(), static_cast<Dword>(text.size()), &done, nullptr) &&
+           done == text.size();
+  }
+  static std::string ReadSome(Handle file) {
+    char buffer[16];
+    Dword done = 0;
+    return ReadFile(file, buffer, sizeof buffer, &done, nullptr) ? std::string(buffer, done) : "<failed>";
+  }
 
-bool WriteAll(Handle file, const std::string& text) {
-  Dword done = 0;
-  return WriteFile(file, text.data(), static_cast<Dword>(text.size()), &done, nullptr) && done == text.size();
-}
+  testing_util::TempDir dir;
+  std::string path = dir.File("log.txt");
+};
 
-TEST(RegularFileTest, CreateAlwaysTruncatesAndReportsThatTheFileExisted) {
-  TempDir dir;
-  const std::string path = dir.File("log.txt");
+TEST_F(RegularFileTest, CreateAlwaysTruncatesAndReportsThatTheFileExisted) {
   {
-    HandleHolder file(CreateFileA(path.c_str(), kGenericWrite, kFileShareRead, kCreateAlways, 0));
+    HandleHolder file(Open(nullptr, kGenericWrite, kCreateAlways));
     ASSERT_TRUE(file);
     EXPECT_EQ(GetLastError(), kErrSuccess);
     ASSERT_TRUE(WriteAll(file.get(), "first run"));
   }
-  EXPECT_EQ(Slurp(path), "first run");
-  HandleHolder file(CreateFileA(path.c_str(), kGenericWrite, kFileShareRead, kCreateAlways, 0));
+  EXPECT_EQ(Content(), "first run");
+  HandleHolder file(Open(nullptr, kGenericWrite, kCreateAlways));
   ASSERT_TRUE(file);
   EXPECT_EQ(GetLastError(), kErrAlreadyExists);
-  EXPECT_EQ(Slurp(path), "");
+  EXPECT_EQ(Content(), "");
 }
 
-TEST(RegularFileTest, OpenAlwaysKeepsContentAndAppendsAfterSeekToEnd) {
-  TempDir dir;
-  const std::string path = dir.File("read.log");
-  std::ofstream(path) << "abc";
-  HandleHolder file(CreateFileA(path.c_str(), kGenericWrite, kFileShareRead, kOpenAlways, 0));
+TEST_F(RegularFileTest, OpenAlwaysKeepsContentSeeksToEitherEndAndCuts) {
+  HandleHolder file(Open("abc", kGenericWrite, kOpenAlways));
   ASSERT_TRUE(file);
   EXPECT_EQ(GetLastError(), kErrAlreadyExists);
   EXPECT_EQ(SetFilePointer(file.get(), 0, nullptr, kFileEnd), 3u);
   ASSERT_TRUE(WriteAll(file.get(), "def"));
-  // Others may read the file while it is being written.
-  EXPECT_EQ(Slurp(path), "abcdef");
-}
+  EXPECT_EQ(Content(), "abcdef");  // others may read the file while it is being written
 
-TEST(RegularFileTest, SeekToStartAndSetEndOfFileEmptiesTheFile) {
-  TempDir dir;
-  const std::string path = dir.File("cut.log");
-  std::ofstream(path) << "old content";
-  HandleHolder file(CreateFileA(path.c_str(), kGenericWrite, kFileShareRead, kOpenAlways, 0));
-  ASSERT_TRUE(file);
   EXPECT_EQ(SetFilePointer(file.get(), 0, nullptr, kFileBegin), 0u);
   ASSERT_TRUE(SetEndOfFile(file.get()));
   ASSERT_TRUE(WriteAll(file.get(), "new"));
-  EXPECT_EQ(Slurp(path), "new");
+  EXPECT_EQ(Content(), "new");
 }
 
-TEST(RegularFileTest, SeekWithHighPartReportsBothHalves) {
-  TempDir dir;
-  const std::string path = dir.File("big.bin");
-  HandleHolder file(CreateFileA(path.c_str(), kGenericRead | kGenericWrite, 0, kCreateAlways, 0));
+TEST_F(RegularFileTest, SeekWithHighPartReportsBothHalves) {
+  HandleHolder file(Open(nullptr, kGenericRead | kGenericWrite, kCreateAlways));
   ASSERT_TRUE(file);
   int32_t high = 1;
   EXPECT_EQ(SetFilePointer(file.get(), 16, &high, kFileBegin), 16u);  // 4 GiB + 16, sparse
@@ -82,10 +81,9 @@ TEST(RegularFileTest, SeekWithHighPartReportsBothHalves) {
   EXPECT_EQ(GetLastError(), kErrInvalidParameter);
 }
 
-TEST(RegularFileTest, OpenFailuresCarryWindowsNumbers) {
-  TempDir dir;
-  std::ofstream(dir.File("exists")) << "x";
-  struct Case {
+TEST_F(RegularFileTest, OpenFailuresCarryWindowsNumbers) {
+  std::ofstream(path) << "x";
+  const struct {
     std::string path;
     Dword disposition;
     Dword error;
@@ -93,32 +91,19 @@ TEST(RegularFileTest, OpenFailuresCarryWindowsNumbers) {
       {dir.File("missing"), kOpenExisting, kErrFileNotFound},
       {dir.File("no-such-dir/file"), kOpenExisting, kErrPathNotFound},
       {dir.File("no-such-dir/file"), kCreateAlways, kErrPathNotFound},
-      {dir.File("exists"), kCreateNew, kErrFileExists},
+      {path, kCreateNew, kErrFileExists},
       {dir.path(), kOpenExisting, kErrAccessDenied},
-      {dir.File("exists"), 0, kErrInvalidParameter},
+      {path, 0, kErrInvalidParameter},
       {"", kOpenExisting, kErrPathNotFound},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SetLastError(0);
     EXPECT_EQ(CreateFileA(c.path.c_str(), kGenericRead, 0, c.disposition, 0), kInvalidHandle) << c.path;
     EXPECT_EQ(GetLastError(), c.error) << c.path;
   }
 }
 
-TEST(RegularFileTest, WindowsDeviceNamesNameNothing) {
-  TempDir dir;
-  ASSERT_EQ(chdir(dir.path().c_str()), 0);
-  std::ofstream("COM3") << "a file that must not be taken for the port";
-  for (const char* name : {"COM3", "com12", "\\\\.\\COM12", "\\\\.\\QDX_Datapipe", "\\\\?\\COM1"}) {
-    SetLastError(0);
-    EXPECT_EQ(CreateFileA(name, kGenericRead | kGenericWrite, 0, kOpenExisting, kFileFlagOverlapped), kInvalidHandle)
-        << name;
-    EXPECT_EQ(GetLastError(), kErrFileNotFound) << name;
-  }
-  ASSERT_EQ(chdir("/"), 0);
-}
-
-TEST(RegularFileTest, WriteToAFullDeviceFailsWithDiskFull) {
+TEST_F(RegularFileTest, WriteToAFullDeviceFailsWithDiskFull) {
   HandleHolder full(CreateFileA("/dev/full", kGenericWrite, kFileShareRead, kOpenAlways, 0));
   ASSERT_TRUE(full);
   Dword done = 77;
@@ -127,27 +112,17 @@ TEST(RegularFileTest, WriteToAFullDeviceFailsWithDiskFull) {
   EXPECT_EQ(done, 0u);
 }
 
-TEST(RegularFileTest, AccessIsCheckedPerHandle) {
-  TempDir dir;
-  const std::string path = dir.File("ro");
-  std::ofstream(path) << "data";
-  HandleHolder reader(CreateFileA(path.c_str(), kGenericRead, kFileShareRead, kOpenExisting, 0));
+TEST_F(RegularFileTest, AccessIsCheckedPerHandle) {
+  HandleHolder reader(Open("data", kGenericRead, kOpenExisting));
   ASSERT_TRUE(reader);
   EXPECT_FALSE(WriteFile(reader.get(), "x", 1, nullptr, nullptr));
   EXPECT_EQ(GetLastError(), kErrAccessDenied);
-  char buffer[8] = {};
-  Dword done = 0;
-  ASSERT_TRUE(ReadFile(reader.get(), buffer, sizeof buffer, &done, nullptr));
-  EXPECT_EQ(std::string(buffer, done), "data");
-  ASSERT_TRUE(ReadFile(reader.get(), buffer, sizeof buffer, &done, nullptr));  // end of file: success, 0
-  EXPECT_EQ(done, 0u);
+  EXPECT_EQ(ReadSome(reader.get()), "data");
+  EXPECT_EQ(ReadSome(reader.get()), "");  // end of file: success, 0
 }
 
-TEST(RegularFileTest, OverlappedHandleUsesTheOffsetAndCompletesInTheCall) {
-  TempDir dir;
-  const std::string path = dir.File("ov.bin");
-  std::ofstream(path) << "0123456789";
-  HandleHolder file(CreateFileA(path.c_str(), kGenericRead, 0, kOpenExisting, kFileFlagOverlapped));
+TEST_F(RegularFileTest, OverlappedHandleUsesTheOffsetAndCompletesInTheCall) {
+  HandleHolder file(Open("0123456789", kGenericRead, kOpenExisting, kFileFlagOverlapped));
   ASSERT_TRUE(file);
   EventHolder event(CreateEventA(true, false));
   Overlapped overlapped;
@@ -169,18 +144,13 @@ TEST(RegularFileTest, OverlappedHandleUsesTheOffsetAndCompletesInTheCall) {
   EXPECT_EQ(GetLastError(), kErrInvalidParameter);
 }
 
-TEST(RegularFileTest, WideNameOpensTheSameFile) {
-  TempDir dir;
-  const std::string path = dir.File("caf\xC3\xA9.log");  // café, UTF-8
-  std::ofstream(path) << "wide";
+TEST_F(RegularFileTest, WideNameOpensTheSameFile) {
+  std::ofstream(dir.File("caf\xC3\xA9.log")) << "wide";  // café, UTF-8
   std::u16string wide(dir.path().begin(), dir.path().end());
   wide += u"/caf\u00E9.log";
   HandleHolder file(CreateFileW(wide.c_str(), kGenericRead, 0, kOpenExisting, 0));
   ASSERT_TRUE(file);
-  char buffer[8] = {};
-  Dword done = 0;
-  ASSERT_TRUE(ReadFile(file.get(), buffer, sizeof buffer, &done, nullptr));
-  EXPECT_EQ(std::string(buffer, done), "wide");
+  EXPECT_EQ(ReadSome(file.get()), "wide");
   const char16_t broken[] = {u'a', 0xD800, 0};
   EXPECT_EQ(CreateFileW(broken, kGenericRead, 0, kOpenExisting, 0), kInvalidHandle);
   EXPECT_EQ(GetLastError(), kErrInvalidName);

@@ -1,7 +1,6 @@
 // ReadFileEx / WriteFileEx: the routine runs in the issuing thread's alertable waits only.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstring>
 #include <thread>
 
@@ -32,8 +31,7 @@ class CompletionRoutineTest : public PortTest {};
 
 TEST_F(CompletionRoutineTest, RunsOnlyInAnAlertableWaitEvenWhenDoneAtOnce) {
   SetTimeouts(kMaxDword, 0, 0);
-  ASSERT_TRUE(pty_.WriteFar("now"));
-  ASSERT_TRUE(WaitForInQueue(3));
+  ASSERT_TRUE(Queue("now"));
   Record record;
   const Handle sentinel = reinterpret_cast<Handle>(0x1234);
   record.overlapped.hEvent = sentinel;  // free for the caller's use
@@ -56,51 +54,43 @@ TEST_F(CompletionRoutineTest, RunsOnlyInAnAlertableWaitEvenWhenDoneAtOnce) {
 }
 
 TEST_F(CompletionRoutineTest, AnotherThreadsAlertableWaitDoesNotRunIt) {
-  SetTimeouts(0, 0, 0);
   Record record;
-  std::atomic<bool> issued{false}, data_sent{false};
-  std::atomic<Dword> issuer_wait{0}, issuer_thread{0};
-  std::thread issuer([&] {
-    issuer_thread = GetCurrentThreadId();
-    ReadFileEx(port(), record.buffer, 2, &record.overlapped, Routine);
-    issued = true;
-    while (!data_sent) Sleep(2);
-    issuer_wait = SleepEx(3000, true);
-  });
-  while (!issued) Sleep(2);
+  Dword issuer_wait = 0, issuer_thread = 0;
+  IssuingThread issuer(
+      [&] {
+        issuer_thread = GetCurrentThreadId();
+        ReadFileEx(port(), record.buffer, 2, &record.overlapped, Routine);
+      },
+      [&] { issuer_wait = SleepEx(3000, true); });
   ASSERT_TRUE(pty_.WriteFar("ab"));
   EXPECT_EQ(SleepEx(100, true), 0u);  // the routine is not this thread's
-  data_sent = true;
-  issuer.join();
-  EXPECT_EQ(issuer_wait.load(), kWaitIoCompletion);
+  issuer.Release();
+  EXPECT_EQ(issuer_wait, kWaitIoCompletion);
   EXPECT_EQ(record.calls, 1);
-  EXPECT_EQ(record.thread, issuer_thread.load());
+  EXPECT_EQ(record.thread, issuer_thread);
 }
 
-TEST_F(CompletionRoutineTest, CancelledReadGetsAbortWithTheBytesItHad) {
-  SetTimeouts(0, 0, 0);
-  Record record;
-  ASSERT_TRUE(ReadFileEx(port(), record.buffer, 10, &record.overlapped, Routine));
+// A cancelled read reports the bytes it had with the abort; a timeout is success, short count.
+TEST_F(CompletionRoutineTest, CancelAndTimeoutReachTheRoutine) {
+  Record cancelled;
+  ASSERT_TRUE(ReadFileEx(port(), cancelled.buffer, 10, &cancelled.overlapped, Routine));
   ASSERT_TRUE(pty_.WriteFar("pa"));
   Sleep(100);
   ASSERT_TRUE(CancelIo(port()));
   EXPECT_EQ(WaitForSingleObjectEx(port(), 2000, true), kWaitIoCompletion);
-  EXPECT_EQ(record.calls, 1);
-  EXPECT_EQ(record.error, kErrOperationAborted);
-  EXPECT_EQ(record.count, 2u);
-}
+  EXPECT_EQ(cancelled.calls, 1);
+  EXPECT_EQ(cancelled.error, kErrOperationAborted);
+  EXPECT_EQ(cancelled.count, 2u);
 
-TEST_F(CompletionRoutineTest, TimeoutIsSuccessWithAShortCount) {
   SetTimeouts(kMaxDword, kMaxDword, 50);
-  Record record;
-  ASSERT_TRUE(ReadFileEx(port(), record.buffer, 10, &record.overlapped, Routine));
+  Record timed_out;
+  ASSERT_TRUE(ReadFileEx(port(), timed_out.buffer, 10, &timed_out.overlapped, Routine));
   EXPECT_EQ(SleepEx(3000, true), kWaitIoCompletion);
-  EXPECT_EQ(record.error, 0u);
-  EXPECT_EQ(record.count, 0u);
+  EXPECT_EQ(timed_out.error, 0u);
+  EXPECT_EQ(timed_out.count, 0u);
 }
 
 TEST_F(CompletionRoutineTest, WriteAndReadTogetherEachReportOnce) {
-  SetTimeouts(0, 0, 0);
   Record read, write;
   std::memcpy(write.buffer, "echo", 4);
   ASSERT_TRUE(ReadFileEx(port(), read.buffer, 4, &read.overlapped, Routine));
@@ -119,9 +109,8 @@ TEST_F(CompletionRoutineTest, NeedsAnOverlappedHandleAndARoutine) {
   Record record;
   EXPECT_FALSE(ReadFileEx(port(), record.buffer, 1, &record.overlapped, nullptr));
   EXPECT_EQ(GetLastError(), kErrInvalidParameter);
-  HandleHolder synchronous;
   port_.reset();
-  synchronous.reset(CreateFileA(pty_.slave_path().c_str(), kGenericRead | kGenericWrite, 0, kOpenExisting, 0));
+  HandleHolder synchronous(OpenPort(kGenericRead | kGenericWrite, 0));
   ASSERT_TRUE(synchronous);
   EXPECT_FALSE(ReadFileEx(synchronous.get(), record.buffer, 1, &record.overlapped, Routine));
   EXPECT_EQ(GetLastError(), kErrInvalidParameter);

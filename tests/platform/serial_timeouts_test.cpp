@@ -2,6 +2,9 @@
 // what is checked is the order of things and the counts.
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <ostream>
+
 #include "port_fixture.h"
 
 namespace portwren::testing_util {
@@ -9,126 +12,93 @@ namespace {
 
 constexpr Dword kMax = kMaxDword;
 
+// One read under one set of read timeouts: what is queued before it is issued, what the far
+// end sends right after, how long the read must then stay pending, what comes after that,
+// the least time it takes, what it gives (always success: a timeout is a short count, never
+// ERROR_TIMEOUT) and what stays queued for the next read.
+struct ReadCase {
+  const char* name;
+  CommTimeouts timeouts;
+  Dword count;
+  const char* queued = "";
+  bool in_call = false;  // completes inside ReadFile
+  const char* early = "";
+  int quiet_ms = 0;
+  const char* late = "";
+  long long min_ms = 0;
+  const char* got = "";
+  const char* left = "";
+};
+void PrintTo(const ReadCase& c, std::ostream* out) { *out << c.name; }
+
+// The total timer, where there is one, is at most 250 ms; the interval timer is 50 ms.
+constexpr ReadCase kReadCases[] = {
+    {.name = "AllZeroWaitsForEveryByteWithoutATimer", .timeouts = {0, 0, 0}, .count = 5, .early = "abc",
+     .quiet_ms = 200, .late = "de", .got = "abcde"},
+    {.name = "AllZeroCompletesInTheCallWhenEverythingIsThere", .timeouts = {0, 0, 0}, .count = 5,
+     .queued = "hello", .in_call = true, .got = "hello"},
+    {.name = "ZeroLengthReadSucceedsAtOnce", .timeouts = {0, 0, 0}, .count = 0, .in_call = true},
+    {.name = "IntervalOnlyReturnsNothingAtOnce", .timeouts = {kMax, 0, 0}, .count = 8, .in_call = true},
+    {.name = "IntervalOnlyReturnsWhatIsThereAtOnce", .timeouts = {kMax, 0, 0}, .count = 8, .queued = "xy",
+     .in_call = true, .got = "xy"},
+    {.name = "MaxMaxZeroCompletesInTheCallWithNothing", .timeouts = {kMax, kMax, 0}, .count = 8,
+     .in_call = true},
+    {.name = "MaxMaxConstantReturnsBufferedBytesAtOnce", .timeouts = {kMax, kMax, 5000}, .count = 10,
+     .queued = "abc", .in_call = true, .got = "abc"},
+    {.name = "MaxMaxConstantShrinksToOneByteWhenNothingIsThere", .timeouts = {kMax, kMax, 5000}, .count = 10,
+     .early = "xyz", .got = "x", .left = "yz"},
+    {.name = "MaxMaxConstantExpiresAsSuccessWithZeroBytes", .timeouts = {kMax, kMax, 100}, .count = 10,
+     .min_ms = 90},
+    {.name = "MaxWithTotalTimerDoesNotShrink", .timeouts = {kMax, 10, 200}, .count = 5, .early = "ab",
+     .quiet_ms = 100, .min_ms = 240, .got = "ab"},
+    {.name = "MaxWithTotalTimerReturnsBufferedBytesAtOnce", .timeouts = {kMax, 10, 200}, .count = 5,
+     .queued = "cde", .in_call = true, .got = "cde"},
+    {.name = "MaxIntervalAndMaxConstantHaveNoTimerAtAll", .timeouts = {kMax, 0, kMax}, .count = 3,
+     .quiet_ms = 250, .late = "abc", .got = "abc"},
+    {.name = "IntervalTimerWaitsForTheFirstByte", .timeouts = {50, 0, 0}, .count = 10, .quiet_ms = 250,
+     .late = "ab", .got = "ab"},
+    {.name = "TotalTimeoutCompletesWithAShortCount", .timeouts = {0, 20, 100}, .count = 5, .early = "ab",
+     .min_ms = 190, .got = "ab"},
+    // Finish waits 5 s: ending at all means the interval fired, not the 10 s total.
+    {.name = "IntervalFiresBeforeTheTotal", .timeouts = {50, 0, 10000}, .count = 10, .early = "ab",
+     .got = "ab"},
+    {.name = "TotalFiresWhenNoByteStartsTheInterval", .timeouts = {5000, 0, 100}, .count = 10, .min_ms = 90},
+};
+
+class ReadTimeoutCase : public PortTest, public ::testing::WithParamInterface<ReadCase> {};
+
+TEST_P(ReadTimeoutCase, Read) {
+  const ReadCase& c = GetParam();
+  ASSERT_TRUE(SetCommTimeouts(port(), &c.timeouts));
+  ASSERT_TRUE(Queue(c.queued));
+  Io read(c.count);
+  const auto start = Clock::now();
+  if (c.in_call) {
+    ASSERT_TRUE(read.Read(port(), c.count)) << read.issue_error;
+    EXPECT_LT(MsSince(start), 1000);
+    EXPECT_EQ(read.Text(read.issued_done), c.got);
+    EXPECT_TRUE(read.Done(0)) << "the event is set for a completion in the call too";
+  } else {
+    ASSERT_FALSE(read.Read(port(), c.count));
+    ASSERT_TRUE(read.pending()) << read.issue_error;
+  }
+  ASSERT_TRUE(pty_.WriteFar(c.early));
+  EXPECT_FALSE(c.quiet_ms > 0 && read.Done(c.quiet_ms));
+  ASSERT_TRUE(pty_.WriteFar(c.late));
+  EXPECT_EQ(read.Finish(port(), 5000), Ok(c.got));
+  EXPECT_GE(MsSince(start), c.min_ms);
+
+  SetTimeouts(kMax, 0, 0);
+  ASSERT_TRUE(WaitFor([&] { return InQueue() >= std::strlen(c.left); }));
+  Io next(16);
+  ASSERT_TRUE(next.Read(port(), 16));
+  EXPECT_EQ(next.Text(next.issued_done), c.left);
+}
+
+INSTANTIATE_TEST_SUITE_P(Timeouts, ReadTimeoutCase, ::testing::ValuesIn(kReadCases),
+                         [](const auto& param_info) { return std::string(param_info.param.name); });
+
 class ReadTimeoutTest : public PortTest {};
-
-TEST_F(ReadTimeoutTest, AllZeroWaitsForEveryByteWithoutATimer) {
-  SetTimeouts(0, 0, 0);
-  Io read(8);
-  ASSERT_FALSE(read.Read(port(), 5));
-  ASSERT_TRUE(read.pending());
-  ASSERT_TRUE(pty_.WriteFar("abc"));
-  EXPECT_FALSE(read.Done(200));
-  ASSERT_TRUE(pty_.WriteFar("de"));
-  ASSERT_TRUE(read.Done(2000));
-  const auto result = read.Collect(port());
-  EXPECT_TRUE(result.ok);
-  EXPECT_EQ(read.Text(result.count), "abcde");
-}
-
-TEST_F(ReadTimeoutTest, AllZeroCompletesInTheCallWhenEverythingIsThere) {
-  SetTimeouts(0, 0, 0);
-  ASSERT_TRUE(pty_.WriteFar("hello"));
-  ASSERT_TRUE(WaitForInQueue(5));
-  Io read(8);
-  ASSERT_TRUE(read.Read(port(), 5));
-  EXPECT_EQ(read.issued_done, 5u);
-  EXPECT_EQ(read.Text(5), "hello");
-  EXPECT_TRUE(read.Done(0));  // the event is set for a completion in the call too
-  EXPECT_EQ(read.overlapped.InternalHigh, 5u);
-}
-
-TEST_F(ReadTimeoutTest, IntervalOnlyReturnsWhatIsThereAtOnceEvenNothing) {
-  SetTimeouts(kMax, 0, 0);
-  Io empty(8);
-  ASSERT_TRUE(empty.Read(port(), 8));
-  EXPECT_EQ(empty.issued_done, 0u);
-
-  ASSERT_TRUE(pty_.WriteFar("xy"));
-  ASSERT_TRUE(WaitForInQueue(2));
-  Io some(8);
-  ASSERT_TRUE(some.Read(port(), 8));
-  EXPECT_EQ(some.Text(some.issued_done), "xy");
-}
-
-TEST_F(ReadTimeoutTest, MaxMaxZeroCompletesInTheCallWithNothing) {
-  SetTimeouts(kMax, kMax, 0);
-  Io read(8);
-  const auto start = Clock::now();
-  ASSERT_TRUE(read.Read(port(), 8));
-  EXPECT_EQ(read.issued_done, 0u);
-  EXPECT_LT(MsSince(start), 1000);
-}
-
-TEST_F(ReadTimeoutTest, MaxMaxConstantReturnsBufferedBytesAtOnce) {
-  SetTimeouts(kMax, kMax, 5000);
-  ASSERT_TRUE(pty_.WriteFar("abc"));
-  ASSERT_TRUE(WaitForInQueue(3));
-  Io read(10);
-  ASSERT_TRUE(read.Read(port(), 10));
-  EXPECT_EQ(read.Text(read.issued_done), "abc");
-}
-
-TEST_F(ReadTimeoutTest, MaxMaxConstantShrinksToOneByteWhenNothingIsThere) {
-  SetTimeouts(kMax, kMax, 5000);
-  Io read(10);
-  ASSERT_FALSE(read.Read(port(), 10));
-  ASSERT_TRUE(read.pending());
-  ASSERT_TRUE(pty_.WriteFar("xyz"));
-  ASSERT_TRUE(read.Done(2000));
-  const auto result = read.Collect(port());
-  EXPECT_TRUE(result.ok);
-  EXPECT_EQ(read.Text(result.count), "x");
-  // The rest stayed queued.
-  SetTimeouts(kMax, 0, 0);
-  ASSERT_TRUE(WaitForInQueue(2));
-  Io rest(10);
-  ASSERT_TRUE(rest.Read(port(), 10));
-  EXPECT_EQ(rest.Text(rest.issued_done), "yz");
-}
-
-TEST_F(ReadTimeoutTest, MaxMaxConstantExpiresAsSuccessWithZeroBytes) {
-  SetTimeouts(kMax, kMax, 100);
-  Io read(10);
-  const auto start = Clock::now();
-  ASSERT_FALSE(read.Read(port(), 10));
-  ASSERT_TRUE(read.pending());
-  ASSERT_TRUE(read.Done(3000));
-  EXPECT_GE(MsSince(start), 90);
-  SetLastError(12345);
-  const auto result = read.Collect(port());
-  EXPECT_TRUE(result.ok);  // a timeout is success with a short count, never ERROR_TIMEOUT
-  EXPECT_EQ(result.count, 0u);
-}
-
-TEST_F(ReadTimeoutTest, MaxWithTotalTimerDoesNotShrink) {
-  SetTimeouts(kMax, 10, 200);  // total 10 * 5 + 200 ms
-  Io read(5);
-  const auto start = Clock::now();
-  ASSERT_FALSE(read.Read(port(), 5));
-  ASSERT_TRUE(pty_.WriteFar("ab"));
-  EXPECT_FALSE(read.Done(100));  // a byte alone does not complete it
-  ASSERT_TRUE(read.Done(3000));
-  EXPECT_GE(MsSince(start), 240);
-  const auto result = read.Collect(port());
-  EXPECT_TRUE(result.ok);
-  EXPECT_EQ(read.Text(result.count), "ab");
-
-  ASSERT_TRUE(pty_.WriteFar("cde"));
-  ASSERT_TRUE(WaitForInQueue(3));
-  Io buffered(5);
-  ASSERT_TRUE(buffered.Read(port(), 5));  // something there: at once
-  EXPECT_EQ(buffered.Text(buffered.issued_done), "cde");
-}
-
-TEST_F(ReadTimeoutTest, MaxIntervalAndMaxConstantHaveNoTimerAtAll) {
-  SetTimeouts(kMax, 0, kMax);
-  Io read(3);
-  ASSERT_FALSE(read.Read(port(), 3));
-  EXPECT_FALSE(read.Done(250));
-  ASSERT_TRUE(pty_.WriteFar("abc"));
-  ASSERT_TRUE(read.Done(2000));
-  EXPECT_EQ(read.Text(read.Collect(port()).count), "abc");
-}
 
 TEST_F(ReadTimeoutTest, AllThreeMaxAreRefusedOthersReadBack) {
   const CommTimeouts refused{kMax, kMax, kMax, 0, 0};
@@ -138,23 +108,7 @@ TEST_F(ReadTimeoutTest, AllThreeMaxAreRefusedOthersReadBack) {
   ASSERT_TRUE(SetCommTimeouts(port(), &accepted));
   CommTimeouts back{1, 1, 1, 1, 1};
   ASSERT_TRUE(GetCommTimeouts(port(), &back));
-  EXPECT_EQ(back.ReadIntervalTimeout, kMax);
-  EXPECT_EQ(back.ReadTotalTimeoutMultiplier, kMax);
-  EXPECT_EQ(back.ReadTotalTimeoutConstant, 7u);
-  EXPECT_EQ(back.WriteTotalTimeoutMultiplier, 3u);
-  EXPECT_EQ(back.WriteTotalTimeoutConstant, 9u);
-}
-
-TEST_F(ReadTimeoutTest, IntervalTimerWaitsForTheFirstByte) {
-  SetTimeouts(50, 0, 0);
-  Io read(10);
-  ASSERT_FALSE(read.Read(port(), 10));
-  EXPECT_FALSE(read.Done(250));  // idle until a byte comes
-  ASSERT_TRUE(pty_.WriteFar("ab"));
-  ASSERT_TRUE(read.Done(2000));
-  const auto result = read.Collect(port());
-  EXPECT_TRUE(result.ok);
-  EXPECT_EQ(read.Text(result.count), "ab");
+  EXPECT_EQ(std::memcmp(&back, &accepted, sizeof back), 0);
 }
 
 TEST_F(ReadTimeoutTest, IntervalTimerIsRestartedByEachByte) {
@@ -166,40 +120,7 @@ TEST_F(ReadTimeoutTest, IntervalTimerIsRestartedByEachByte) {
     std::this_thread::sleep_for(std::chrono::milliseconds(60));
     EXPECT_FALSE(read.Done(0)) << piece;
   }
-  ASSERT_TRUE(read.Done(3000));
-  EXPECT_EQ(read.Text(read.Collect(port()).count), "abc");
-}
-
-TEST_F(ReadTimeoutTest, TotalTimeoutCompletesWithAShortCount) {
-  SetTimeouts(0, 20, 100);  // 20 * 5 + 100 ms
-  Io read(5);
-  const auto start = Clock::now();
-  ASSERT_FALSE(read.Read(port(), 5));
-  ASSERT_TRUE(pty_.WriteFar("ab"));
-  ASSERT_TRUE(read.Done(3000));
-  EXPECT_GE(MsSince(start), 190);
-  const auto result = read.Collect(port());
-  EXPECT_TRUE(result.ok);
-  EXPECT_EQ(read.Text(result.count), "ab");
-}
-
-TEST_F(ReadTimeoutTest, IntervalAndTotalRunTogetherFirstToFireWins) {
-  SetTimeouts(50, 0, 10000);
-  Io read(10);
-  const auto start = Clock::now();
-  ASSERT_FALSE(read.Read(port(), 10));
-  ASSERT_TRUE(pty_.WriteFar("ab"));
-  ASSERT_TRUE(read.Done(5000));
-  EXPECT_LT(MsSince(start), 5000);  // the interval fired, not the total
-  EXPECT_EQ(read.Text(read.Collect(port()).count), "ab");
-
-  SetTimeouts(5000, 0, 100);
-  Io quiet(10);
-  const auto again = Clock::now();
-  ASSERT_FALSE(quiet.Read(port(), 10));
-  ASSERT_TRUE(quiet.Done(3000));  // no byte: only the total can fire
-  EXPECT_GE(MsSince(again), 90);
-  EXPECT_EQ(quiet.Collect(port()).count, 0u);
+  EXPECT_EQ(read.Finish(port()), Ok("abc"));
 }
 
 TEST_F(ReadTimeoutTest, TimeoutsAreTakenWhenTheReadBecomesCurrent) {
@@ -208,19 +129,15 @@ TEST_F(ReadTimeoutTest, TimeoutsAreTakenWhenTheReadBecomesCurrent) {
   Io first(1), second(1);
   ASSERT_FALSE(first.Read(port(), 1));
   ASSERT_FALSE(second.Read(port(), 1));  // queued behind the first: no timer yet
-  // A change now reaches neither: the first has its timer, the second takes the
-  // timeouts in force when it becomes current.
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
   ASSERT_TRUE(pty_.WriteFar("a"));
-  ASSERT_TRUE(first.Done(2000));
-  EXPECT_EQ(first.Text(first.Collect(port()).count), "a");
+  EXPECT_EQ(first.Finish(port()), Ok("a"));
   // Had its timer started when it was issued, it would end near 600 ms.
   while (MsSince(start) < 800) {
     EXPECT_FALSE(second.Done(0)) << "at " << MsSince(start) << " ms";
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
-  ASSERT_TRUE(second.Done(3000));
-  EXPECT_EQ(second.Collect(port()).count, 0u);
+  EXPECT_EQ(second.Finish(port()), Ok(""));
 }
 
 TEST_F(ReadTimeoutTest, LaterSetCommTimeoutsDoesNotReachTheCurrentRead) {
@@ -228,20 +145,13 @@ TEST_F(ReadTimeoutTest, LaterSetCommTimeoutsDoesNotReachTheCurrentRead) {
   Io read(4);
   ASSERT_FALSE(read.Read(port(), 4));
   SetTimeouts(0, 0, 0);  // would mean "wait forever" for a new read
-  ASSERT_TRUE(read.Done(3000));
-  EXPECT_TRUE(read.Collect(port()).ok);
+  EXPECT_EQ(read.Finish(port()), Ok(""));
 }
 
-TEST_F(ReadTimeoutTest, ZeroLengthRequestsSucceedAtOnce) {
-  SetTimeouts(0, 0, 0);
-  Io read(1), write;
-  ASSERT_TRUE(read.Read(port(), 0));
-  EXPECT_EQ(read.issued_done, 0u);
+TEST_F(ReadTimeoutTest, ZeroLengthWriteSucceedsAndAnOverlappedPortNeedsAnOverlapped) {
+  Io write;
   ASSERT_TRUE(write.Write(port(), ""));
   EXPECT_EQ(write.issued_done, 0u);
-}
-
-TEST_F(ReadTimeoutTest, OverlappedPortNeedsAnOverlapped) {
   char buffer[4];
   Dword done = 0;
   EXPECT_FALSE(ReadFile(port(), buffer, 4, &done, nullptr));
@@ -274,12 +184,8 @@ TEST_F(WriteTimeoutTest, WithoutTimeoutsAWriteWaitsForTheFarEnd) {
   Io write;
   ASSERT_FALSE(write.Write(port(), data));
   EXPECT_FALSE(write.Done(300));
-  std::string received = pty_.ReadFar(data.size(), 5000);
-  ASSERT_TRUE(write.Done(3000));
-  const auto result = write.Collect(port());
-  EXPECT_TRUE(result.ok);
-  EXPECT_EQ(result.count, data.size());
-  EXPECT_EQ(received, data);
+  EXPECT_EQ(pty_.ReadFar(data.size(), 5000), data);
+  EXPECT_EQ(write.Finish(port()), Ok(data));
 }
 
 }  // namespace

@@ -15,7 +15,7 @@ namespace {
 
 using namespace os;
 
-TEST(EventTest, ManualResetStaysSignalledUntilReset) {
+TEST(EventTest, ManualResetStaysSignalledUntilResetAndTheInitialStateIsHonoured) {
   EventHolder event(CreateEventA(true, false));
   ASSERT_TRUE(event);
   EXPECT_EQ(WaitForSingleObject(event.get(), 0), kWaitTimeout);
@@ -24,9 +24,7 @@ TEST(EventTest, ManualResetStaysSignalledUntilReset) {
   EXPECT_EQ(WaitForSingleObject(event.get(), 0), kWaitObject0);
   ASSERT_TRUE(ResetEvent(event.get()));
   EXPECT_EQ(WaitForSingleObject(event.get(), 0), kWaitTimeout);
-}
 
-TEST(EventTest, InitialStateIsHonoured) {
   EventHolder manual(CreateEventA(true, true));
   EventHolder automatic(CreateEventA(false, true));
   EXPECT_EQ(WaitForSingleObject(manual.get(), 0), kWaitObject0);
@@ -53,11 +51,16 @@ TEST(EventTest, AutoResetReleasesOneWaiterPerSet) {
   EXPECT_EQ(WaitForSingleObject(event.get(), 0), kWaitTimeout);
 }
 
-TEST(EventTest, TimedWaitEndsWithTimeoutNotBefore) {
+// Without a routine queued, SleepEx sleeps the whole time, alertable or not.
+TEST(EventTest, TimedWaitsAndSleepsEndNotBefore) {
   EventHolder event(CreateEventA(true, false));
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(WaitForSingleObject(event.get(), 60), kWaitTimeout);
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(55));
+  const auto slept = std::chrono::steady_clock::now();
+  EXPECT_EQ(SleepEx(40, true), 0u);
+  EXPECT_EQ(SleepEx(10, false), 0u);
+  EXPECT_GE(std::chrono::steady_clock::now() - slept, std::chrono::milliseconds(45));
 }
 
 TEST(WaitMultipleTest, AnyReturnsLowestSignalledIndex) {
@@ -102,7 +105,7 @@ TEST(WaitMultipleTest, BadListsFail) {
   EXPECT_EQ(GetLastError(), kErrInvalidParameter);
 }
 
-TEST(HandleTest, UnknownAndClosedHandlesAreRefused) {
+TEST(HandleTest, UnknownClosedAndWrongKindsOfHandlesAreRefused) {
   for (Handle bad : {kInvalidHandle, static_cast<Handle>(nullptr), reinterpret_cast<Handle>(0x7FFF0000)}) {
     SetLastError(0);
     EXPECT_EQ(WaitForSingleObject(bad, 0), kWaitFailed);
@@ -116,14 +119,12 @@ TEST(HandleTest, UnknownAndClosedHandlesAreRefused) {
   EXPECT_FALSE(SetEvent(event));
   EXPECT_EQ(GetLastError(), kErrInvalidHandle);
   EXPECT_FALSE(CloseHandle(event));
-}
 
-TEST(HandleTest, EventCallsOnAMutexAreRefused) {
   HandleHolder mutex(CreateMutexA(false));
   EXPECT_FALSE(SetEvent(mutex.get()));
   EXPECT_EQ(GetLastError(), kErrInvalidHandle);
-  EventHolder event(CreateEventA(true, false));
-  EXPECT_FALSE(ReleaseMutex(event.get()));
+  EventHolder other(CreateEventA(true, false));
+  EXPECT_FALSE(ReleaseMutex(other.get()));
   EXPECT_EQ(GetLastError(), kErrInvalidHandle);
 }
 
@@ -168,13 +169,6 @@ TEST(MutexTest, GuardsACounterAcrossThreads) {
   }
   for (auto& worker : workers) worker.join();
   EXPECT_EQ(counter, 2000);
-}
-
-TEST(SleepExTest, WithoutQueuedRoutinesSleepsTheWholeTime) {
-  const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(SleepEx(40, true), 0u);
-  EXPECT_EQ(SleepEx(10, false), 0u);
-  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(45));
 }
 
 }  // namespace

@@ -1,14 +1,19 @@
-// Narrow (here UTF-8) <-> UTF-16 with the Windows calling conventions.
+// Narrow (here UTF-8) <-> UTF-16 with the Windows calling conventions, and the strict
+// conversions behind the wide path calls: a path that does not convert is refused, while a
+// real U+FFFD in it is just a character.
 #include <gtest/gtest.h>
 
 #include <string>
 
 #include "platform/os_text.h"
+#include "platform/posix/text_utf.h"
 
 namespace portwren {
 namespace {
 
 using namespace os;
+using os::posix::Utf16ToUtf8;
+using os::posix::Utf8ToUtf16;
 
 TEST(TextTest, WholeStringWithItsNulBothWays) {
   const char* narrow = "QDX_VBUS\\Qdx_vcom\\caf\xC3\xA9 \xF0\x9F\x98\x80";  // é and an emoji
@@ -50,6 +55,32 @@ TEST(TextTest, MalformedInputIsReplacedNotDropped) {
   char narrow[16];
   ASSERT_EQ(WideCharToMultiByte(lone, -1, narrow, 16), 6);
   EXPECT_STREQ(narrow, "x\xEF\xBF\xBDy");
+}
+
+TEST(StrictUtfTest, WellFormedTextRoundTrips) {
+  const std::string narrow = "/dev/caf\xC3\xA9-\xE2\x82\xAC-\xF0\x9F\x98\x80-\xEF\xBF\xBD";  // é € emoji U+FFFD
+  std::u16string wide;
+  ASSERT_TRUE(Utf8ToUtf16(narrow, &wide));
+  EXPECT_EQ(wide, u"/dev/caf\u00E9-\u20AC-\U0001F600-\uFFFD");
+  std::string back;
+  ASSERT_TRUE(Utf16ToUtf8(wide.c_str(), &back));
+  EXPECT_EQ(back, narrow);
+}
+
+TEST(StrictUtfTest, MalformedUtf8IsRefused) {
+  std::u16string wide;
+  for (const std::string& bad : {std::string("a\xFF"), std::string("\xC3"), std::string("\xC0\xAF"),
+                                std::string("\xE0\x80\xAF"), std::string("\xED\xA0\x80"),
+                                std::string("\xF4\x90\x80\x80"), std::string("\xE2\x28\xA1")}) {
+    EXPECT_FALSE(Utf8ToUtf16(bad, &wide)) << testing::PrintToString(bad);
+  }
+}
+
+TEST(StrictUtfTest, UnpairedSurrogatesAreRefused) {
+  std::string narrow;
+  for (const std::u16string bad : {u"a\xD83D" u"b", u"\xDE00\xD83D", u"a\xD83D"}) {
+    EXPECT_FALSE(Utf16ToUtf8(bad.c_str(), &narrow)) << bad.size();
+  }
 }
 
 }  // namespace

@@ -12,22 +12,23 @@ namespace {
 
 using namespace os;
 
+// The thread reports its id, waits for release, then sets done.
 struct Probe {
+  EventHolder release{CreateEventA(true, false)};
+  EventHolder done{CreateEventA(true, false)};
   std::atomic<Dword> seen_id{0};
-  Handle release = nullptr;
 };
 
 Dword ReportIdAndWait(void* argument) {
   auto* probe = static_cast<Probe*>(argument);
   probe->seen_id = GetCurrentThreadId();
-  WaitForSingleObject(probe->release, kInfinite);
+  WaitForSingleObject(probe->release.get(), kInfinite);
+  SetEvent(probe->done.get());
   return 42;
 }
 
 TEST(ThreadTest, HandleIsSignalledWhenTheProcedureReturnsWithItsResult) {
-  EventHolder release(CreateEventA(true, false));
   Probe probe;
-  probe.release = release.get();
   Dword id = 0;
   HandleHolder thread(CreateThread(ReportIdAndWait, &probe, 0, &id));
   ASSERT_TRUE(thread);
@@ -39,7 +40,7 @@ TEST(ThreadTest, HandleIsSignalledWhenTheProcedureReturnsWithItsResult) {
   EXPECT_EQ(code, kStillActive);
   EXPECT_EQ(WaitForSingleObject(thread.get(), 30), kWaitTimeout);
 
-  SetEvent(release.get());
+  SetEvent(probe.release.get());
   ASSERT_EQ(WaitForSingleObject(thread.get(), 5000), kWaitObject0);
   EXPECT_EQ(probe.seen_id.load(), id);  // the id given out is the one the thread sees
   ASSERT_TRUE(GetExitCodeThread(thread.get(), &code));
@@ -79,23 +80,10 @@ TEST(ThreadTest, WaitAllOnSeveralThreads) {
 }
 
 TEST(ThreadTest, ClosingTheHandleLeavesTheThreadRunning) {
-  EventHolder release(CreateEventA(true, false));
-  EventHolder done(CreateEventA(true, false));
-  struct Context {
-    Handle release, done;
-  } context{release.get(), done.get()};
-  Handle thread = CreateThread(
-      [](void* raw) -> Dword {
-        auto* c = static_cast<Context*>(raw);
-        WaitForSingleObject(c->release, kInfinite);
-        SetEvent(c->done);
-        return 0;
-      },
-      &context, 0, nullptr);
-  ASSERT_NE(thread, nullptr);
-  ASSERT_TRUE(CloseHandle(thread));
-  SetEvent(release.get());
-  EXPECT_EQ(WaitForSingleObject(done.get(), 5000), kWaitObject0);
+  Probe probe;
+  ASSERT_TRUE(CloseHandle(CreateThread(ReportIdAndWait, &probe, 0, nullptr)));
+  SetEvent(probe.release.get());
+  EXPECT_EQ(WaitForSingleObject(probe.done.get(), 5000), kWaitObject0);
 }
 
 TEST(ThreadTest, NoProcedureNoThread) {

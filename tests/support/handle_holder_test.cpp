@@ -33,7 +33,7 @@ TEST(HandleHolderTest, NullAndAllOnesHoldNothing) {
   EXPECT_FALSE(all_ones.valid());
 }
 
-TEST(HandleHolderTest, MovingHandsOverOwnershipWithoutClosing) {
+TEST(HandleHolderTest, MovingAndReleaseHandOverOwnershipWithoutClosingResetCloses) {
   EventHolder first(os::CreateEventA(true, false));
   const os::Handle raw = first.get();
   EventHolder second(std::move(first));
@@ -46,15 +46,12 @@ TEST(HandleHolderTest, MovingHandsOverOwnershipWithoutClosing) {
   EXPECT_FALSE(IsOpen(replaced));  // the old one is closed by the assignment
   EXPECT_TRUE(IsOpen(raw));
   EXPECT_EQ(third.get(), raw);
-}
 
-TEST(HandleHolderTest, ReleaseGivesUpWithoutClosingResetCloses) {
-  EventHolder event(os::CreateEventA(true, false));
-  const os::Handle raw = event.release();
-  EXPECT_FALSE(event);
+  EXPECT_EQ(third.release(), raw);
+  EXPECT_FALSE(third);
   EXPECT_TRUE(IsOpen(raw));
-  event.reset(raw);
-  event.reset();
+  third.reset(raw);
+  third.reset();
   EXPECT_FALSE(IsOpen(raw));
 }
 

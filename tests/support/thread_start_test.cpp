@@ -35,7 +35,8 @@ TEST(StartThreadTest, RunsTheProcedureOnceWithItsArgumentAndEndsWithItsResult) {
   EXPECT_EQ(code, 1234u);
 }
 
-TEST(StartThreadTest, IdIsOptionalAndAnyStackSizeWorks) {
+TEST(StartThreadTest, IdIsOptionalAnyStackSizeWorksAndAProcedureIsNeeded) {
+  EXPECT_EQ(StartThread(nullptr, nullptr, 0, nullptr), nullptr);
   for (int stack : {-5, 0, 1, 64000, 1 << 20}) {
     Shared shared;
     HandleHolder thread(StartThread(Worker, &shared, stack, nullptr));
@@ -43,10 +44,6 @@ TEST(StartThreadTest, IdIsOptionalAndAnyStackSizeWorks) {
     ASSERT_EQ(os::WaitForSingleObject(thread.get(), 5000), os::kWaitObject0) << stack;
     EXPECT_EQ(shared.calls.load(), 1) << stack;
   }
-}
-
-TEST(StartThreadTest, WithoutAProcedureNoThreadStarts) {
-  EXPECT_EQ(StartThread(nullptr, nullptr, 0, nullptr), nullptr);
 }
 
 }  // namespace
