@@ -1,12 +1,15 @@
 // Helpers for the tests that run the built program on one end of a pseudo-terminal with keys on
 // standard input: the texts every run prints, scrubbing what differs from run to run, a key pipe
-// typed into while the program runs, and a look at the terminal's input queue.
+// typed into while the program runs, a look at the terminal's input queue, and the fixture.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "common/pty_pair.h"
 #include "common/run_program.h"
 
 namespace portwren::testkit {
@@ -17,21 +20,20 @@ std::string ScrubRunText(const std::string& text);
 // The prompt printed after the n-th key.
 std::string KeyPrompt(int n);
 
-// From the open line through "Choose action" for a port opened with the default baud rate;
-// `suffix` ends the open line (" " read/write, " (read-only!)" read-only).
-std::string OpenedLines(const std::string& path, const char* suffix = " ");
+// From the open line through "Choose action" for a port opened with the default baud rate.
+std::string OpenedLines(const std::string& path);
 
-// What ESC prints when it closes the port.
+// The first line of every run, scrubbed.
+extern const char kBanner[];
+// What ESC prints: the key, then the port closing.
+extern const char kEscLines[];
 extern const char kClosedLines[];
 
-// Runs the built program with PORTWREN_PRINT_LESS unset, so the summary shows; `options` says
-// where the keys come from. The output comes back scrubbed.
-ProcessResult RunKeyed(const std::vector<std::string>& args, ProcessOptions options);
+// Each piece must appear in `text`, each after the one before.
+void ExpectInOrder(const std::string& text, const std::vector<std::string>& pieces);
 
-// Bytes waiting to be read at a terminal, seen through a descriptor of its own; -1 when the
-// terminal cannot be opened.
-int InputQueued(const std::string& tty_path);
-// Waits until exactly `count` bytes wait at the terminal; false when that did not happen in time.
+// Waits until exactly `count` bytes wait at the terminal, seen through a descriptor of its own;
+// false when that did not happen in time.
 bool WaitForInputQueue(const std::string& tty_path, int count, int timeout_ms);
 
 // A pipe that is the program's standard input, typed into while the program runs.
@@ -52,6 +54,22 @@ class KeyPipe {
  private:
   int read_fd_ = -1;
   int write_fd_ = -1;
+};
+
+// Runs the program on one end of a pseudo-terminal pair; the test holds the far end.
+class PtyRunTest : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(pty_.ok()) << "no pseudo-terminal"; }
+
+  // Runs the built program with `keys` on standard input unless `options` names a descriptor, and
+  // PORTWREN_PRINT_LESS unset unless `options.env` sets it; expects the run to end by itself with
+  // `exit_code`. The output comes back scrubbed.
+  ProcessResult Run(const std::vector<std::string>& args, const std::string& keys, int exit_code = 0,
+                    ProcessOptions options = {});
+
+  const std::string& port() const { return pty_.slave_path(); }
+
+  PtyPair pty_;
 };
 
 }  // namespace portwren::testkit

@@ -148,18 +148,14 @@ std::string EnsureWinePrefix(const std::string& wine) {
   return error;
 }
 
-}  // namespace
-
 std::string FindOnPath(const std::string& name) {
   const char* path = std::getenv("PATH");
   if (path == nullptr) return "";
-  std::string dirs(path);
-  size_t start = 0;
-  while (start <= dirs.size()) {
+  const std::string dirs(path);
+  for (size_t start = 0; start <= dirs.size();) {
     size_t end = dirs.find(':', start);
     if (end == std::string::npos) end = dirs.size();
-    std::string dir = dirs.substr(start, end - start);
-    if (dir.empty()) dir = ".";
+    const std::string dir = end > start ? dirs.substr(start, end - start) : ".";
     const std::string candidate = dir + "/" + name;
     struct stat st;
     if (stat(candidate.c_str(), &st) == 0 && S_ISREG(st.st_mode) && access(candidate.c_str(), X_OK) == 0) {
@@ -169,6 +165,8 @@ std::string FindOnPath(const std::string& name) {
   }
   return "";
 }
+
+}  // namespace
 
 std::string NormalizeLineEnds(const std::string& text) {
   std::string out;
@@ -189,6 +187,11 @@ ProcessResult RunProcess(const std::string& program, const std::vector<std::stri
     result.error = "not found on PATH: " + program;
     return result;
   }
+  // Checked before the fork, so that a program that cannot run is an error rather than an exit code.
+  if (access(path.c_str(), X_OK) != 0) {
+    result.error = "cannot run " + path + ": " + std::strerror(errno);
+    return result;
+  }
 
   // Everything the child needs is built before fork: only async-signal-safe calls after it.
   std::vector<std::string> argv_strings{program};
@@ -197,14 +200,14 @@ ProcessResult RunProcess(const std::string& program, const std::vector<std::stri
   std::vector<char*> child_argv = NullTerminated(argv_strings);
   std::vector<char*> child_env = NullTerminated(env_strings);
 
-  Pipe out, err, in, exec_status;
+  Pipe out, err, in;
   int null_fd = -1;
   const bool feed_stdin = options.stdin_fd < 0 && options.stdin_bytes.has_value();
-  const bool null_stdin = options.stdin_fd < 0 && !feed_stdin && !options.stdin_closed;
-  if (!out.Open() || !err.Open() || !exec_status.Open() || (feed_stdin && !in.Open()) ||
+  const bool null_stdin = options.stdin_fd < 0 && !feed_stdin;
+  if (!out.Open() || !err.Open() || (feed_stdin && !in.Open()) ||
       (null_stdin && (null_fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) < 0)) {
     result.error = std::string("pipe setup failed: ") + std::strerror(errno);
-    out.Close(), err.Close(), in.Close(), exec_status.Close(), CloseFd(null_fd);
+    out.Close(), err.Close(), in.Close(), CloseFd(null_fd);
     return result;
   }
   const int stdin_source = options.stdin_fd >= 0 ? options.stdin_fd : feed_stdin ? in.read_end : null_fd;
@@ -212,46 +215,19 @@ ProcessResult RunProcess(const std::string& program, const std::vector<std::stri
   const pid_t pid = fork();
   if (pid == 0) {
     setpgid(0, 0);  // its own group, so that a kill at the time limit reaches its children too
-    if (stdin_source >= 0) {
-      dup2(stdin_source, 0);
-    } else {
-      close(0);
-    }
+    dup2(stdin_source, 0);
     dup2(out.write_end, 1);
     dup2(err.write_end, 2);
-    int failure = 0;
-    if (!options.working_dir.empty() && chdir(options.working_dir.c_str()) != 0) failure = errno;
-    if (failure == 0) {
-      execve(path.c_str(), child_argv.data(), child_env.data());
-      failure = errno;
-    }
-    ssize_t ignored = write(exec_status.write_end, &failure, sizeof failure);
-    (void)ignored;
+    execve(path.c_str(), child_argv.data(), child_env.data());
     _exit(127);
   }
   CloseFd(out.write_end);
   CloseFd(err.write_end);
   CloseFd(in.read_end);
-  CloseFd(exec_status.write_end);
   CloseFd(null_fd);
   if (pid < 0) {
     result.error = std::string("fork failed: ") + std::strerror(errno);
-    out.Close(), err.Close(), in.Close(), exec_status.Close();
-    return result;
-  }
-
-  // The status pipe closes on a successful exec; otherwise it brings the error number.
-  int exec_errno = 0;
-  ssize_t got;
-  do {
-    got = read(exec_status.read_end, &exec_errno, sizeof exec_errno);
-  } while (got < 0 && errno == EINTR);
-  CloseFd(exec_status.read_end);
-  if (got == static_cast<ssize_t>(sizeof exec_errno)) {
-    int status;
-    waitpid(pid, &status, 0);
     out.Close(), err.Close(), in.Close();
-    result.error = "cannot run " + path + ": " + std::strerror(exec_errno);
     return result;
   }
   result.started = true;

@@ -15,10 +15,8 @@ struct ProcessOptions {
   std::vector<std::pair<std::string, std::string>> env;  // set in the child's environment
   std::vector<std::string> env_unset;                    // removed from the child's environment
   std::optional<std::string> stdin_bytes;                // fed through a pipe, which is then closed
-  int stdin_fd = -1;                                     // else this descriptor as standard input
-  bool stdin_closed = false;                             // else no standard input at all; else /dev/null
+  int stdin_fd = -1;                                     // this descriptor instead; with neither, /dev/null
   std::chrono::milliseconds timeout{20000};              // the child is killed after this long
-  std::string working_dir;                               // empty: the caller's
 };
 
 struct ProcessResult {
@@ -34,9 +32,6 @@ struct ProcessResult {
 // `program` is a path, or a name looked up on PATH.
 ProcessResult RunProcess(const std::string& program, const std::vector<std::string>& args,
                          const ProcessOptions& options = {});
-
-// Full path of an executable found on PATH, or empty.
-std::string FindOnPath(const std::string& name);
 
 // CR LF becomes LF (the Windows C runtime writes "\n" as CR LF in text mode).
 std::string NormalizeLineEnds(const std::string& text);

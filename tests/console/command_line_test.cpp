@@ -4,8 +4,10 @@
 
 #include <cstring>
 #include <ctime>
+#include <functional>
 #include <set>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "console/run_settings.h"
@@ -36,352 +38,240 @@ Parsed Parse(std::vector<std::string> args) {
   return parsed;
 }
 
-void ExpectAccepted(const std::vector<std::string>& args) {
-  const Parsed p = Parse(args);
-  EXPECT_TRUE(p.ok);
-  EXPECT_EQ(p.out, "");
-  EXPECT_EQ(p.err, "");
+// A setting as text, so that one table holds settings of every kind.
+template <typename T>
+std::string Text(const T& value) {
+  if constexpr (std::is_convertible_v<T, std::string>) {
+    return value;
+  } else if constexpr (std::is_same_v<T, bool>) {
+    return value ? "true" : "false";
+  } else {
+    return std::to_string(value);
+  }
 }
 
-void ExpectRefused(const std::vector<std::string>& args, const std::string& out) {
-  const Parsed p = Parse(args);
-  EXPECT_FALSE(p.ok);
-  EXPECT_EQ(p.out, out);
+// A setting and what it should hold after the parse, both as text.
+struct Is {
+  template <typename T, typename V>
+  Is(const char* label, const T& global, const V& value)
+      : name(label), read([&global] { return Text(global); }), expected(Text(value)) {}
+  const char* name;
+  std::function<std::string()> read;
+  std::string expected;
+};
+#define IS(setting, value) Is(#setting, setting, value)
+
+// Accepted without a word printed, and these settings are what the options gave.
+struct Accepted {
+  std::vector<std::string> args;
+  std::vector<Is> settings;
+};
+
+TEST(ParseCommandLine, AcceptedCommandLinesAndTheirSettings) {
+  const std::string k40(40, 'k'), k33(33, 'k'), k32(32, 'k');
+  const Accepted cases[] = {
+      // Just a port: what the parse itself could change (the reset's defaults have their own test).
+      {{"COM3"},
+       {IS(g_dev_open_path, "COM3"), IS(g_bytes_to_rw, 100), IS(g_wait_msec_before_cancel, 5000),
+        IS(g_rto_interval, 0), IS(g_rto_multiplier, 0), IS(g_rto_constant, 0), IS(g_first_keys, ""),
+        IS(g_echo_chunk_maxbytes, 16000), IS(g_echo_chunk_minbytes, 12), IS(g_datapipe, false),
+        IS(g_no_port_mode, false), IS(g_wto_constant_given, false)}},
+      // The port may stand anywhere; short values attached or separate, long ones separate too.
+      {{"-b", "20", "COM7", "-c", "10"},
+       {IS(g_dev_open_path, "COM7"), IS(g_bytes_to_rw, 20), IS(g_wait_msec_before_cancel, 10)}},
+      {{"-b20", "--msec-cancel", "11", "\\\\.\\COM12"},
+       {IS(g_dev_open_path, "\\\\.\\COM12"), IS(g_bytes_to_rw, 20), IS(g_wait_msec_before_cancel, 11)}},
+      // Bytes per request: auto base, text is 0, a unique prefix names the option.
+      {{"COM3", "-b", "8123999"}, {IS(g_bytes_to_rw, 8123999)}},
+      {{"COM3", "-b", "0x20"}, {IS(g_bytes_to_rw, 32)}},
+      {{"COM3", "--bytesrw=010"}, {IS(g_bytes_to_rw, 8)}},
+      {{"COM3", "-b", "abc"}, {IS(g_bytes_to_rw, 0)}},
+      {{"COM3", "--byt=5"}, {IS(g_bytes_to_rw, 5)}},
+      // A later option overrides an earlier one.
+      {{"COM3", "-b", "5", "--bytesrw=7", "--rtoi=3", "--rtoi=4"},
+       {IS(g_bytes_to_rw, 7), IS(g_rto_interval, 4)}},
+      // An exact name beats the longer names it starts.
+      {{"COM3", "--waitcommevent-delay=5", "--waitcommevent-delay0=6", "--read-log", "r.log"},
+       {IS(g_waitcommevent_delay, 5u), IS(g_waitcommevent_delay0, 6u), IS(g_read_log_path, "r.log"),
+        IS(g_read_log_append, false)}},
+      // Echo chunk sizes at their bounds; -k alone is checked against the default -K.
+      {{"COM3", "-K", "12", "-k", "12"}, {IS(g_echo_chunk_maxbytes, 12), IS(g_echo_chunk_minbytes, 12)}},
+      {{"COM3", "-K", "8024012"}, {IS(g_echo_chunk_maxbytes, 8024012)}},
+      {{"COM3", "-k", "2000"}, {IS(g_echo_chunk_maxbytes, 16000), IS(g_echo_chunk_minbytes, 2000)}},
+      {{"COM3", "--echo-chunk-maxbytes=100", "--echo-chunk-minbytes=100"},
+       {IS(g_echo_chunk_maxbytes, 100), IS(g_echo_chunk_minbytes, 100)}},
+      // Timeouts take -1 for MAXDWORD.
+      {{"COM3", "--rtoi=-1", "--rtom=-1", "--rtoc=-1", "--wtom=-1", "--wtoc=-1", "-B", "0"},
+       {IS(g_rto_interval, -1), IS(g_rto_multiplier, -1), IS(g_rto_constant, -1), IS(g_wto_multiplier, -1),
+        IS(g_wto_constant, -1), IS(g_wto_constant_given, true)}},
+      // -Q wins over the read timeout options, unless below 0.
+      {{"COM3", "-Q", "0", "--rtoi=5"},
+       {IS(g_rto_interval, -1), IS(g_rto_multiplier, -1), IS(g_rto_constant, 0)}},
+      {{"COM3", "--rtoc=7", "--rtom=9", "-Q", "300"}, {IS(g_rto_multiplier, -1), IS(g_rto_constant, 300)}},
+      {{"COM3", "--rtoi=5", "-Q", "-1"}, {IS(g_rto_interval, 5), IS(g_rto_constant, 0)}},
+      // The port name: after "--" it may start with a dash; a long one is cut.
+      {{"--", "-weird-name"}, {IS(g_dev_open_path, "-weird-name")}},
+      {{std::string(300, 'p')}, {IS(g_dev_open_path, std::string(259, 'p'))}},
+      {{"--datapipe"}, {IS(g_datapipe, true), IS(g_dev_open_path, "\\\\.\\QDX_Datapipe")}},
+      {{"COM3", "--datapipe"}, {IS(g_dev_open_path, "COM3\\\\.\\QDX_Datapipe")}},
+      // Listing, unplugging and reinstalling take no port, no checks and no defaults.
+      {{"-l", "COM3", "COM4"},
+       {IS(g_list_vcoms, true), IS(g_no_port_mode, true), IS(g_list_offer_dialog, false),
+        IS(g_dev_open_path, "")}},
+      {{"--list-vcoms", "-b", "-1", "-Q", "5"},
+       {IS(g_list_offer_dialog, true), IS(g_bytes_to_rw, -1), IS(g_echo_chunk_maxbytes, 0),
+        IS(g_rto_constant, 0)}},
+      {{"--list-vcoms", "-l"}, {IS(g_list_offer_dialog, false)}},
+      {{"-l", "--list-vcoms"}, {IS(g_list_offer_dialog, true)}},
+      {{"--unplug-vcoms"}, {IS(g_unplug_vcoms, true), IS(g_no_port_mode, true), IS(g_list_vcoms, false)}},
+      {{"--vbus-reinstall"}, {IS(g_vbus_reinstall, true), IS(g_no_port_mode, true)}},
+      // The echo seed: "time" in that spelling only.
+      {{"COM3", "--echo-srand=Time"}, {IS(g_echo_srand, 0u)}},
+      {{"COM3", "--echo-srand", "5566"}, {IS(g_echo_srand, 5566u)}},
+      {{"COM3", "--echo-srand=-1"}, {IS(g_echo_srand, 0xFFFFFFFFu)}},
+      // "r<n>": a random read delay up to n; the flag is only ever switched on.
+      {{"COM3", "--echocli-read-delaymsec=r0"},
+       {IS(g_echocli_read_delay_random, false), IS(g_echocli_read_delaymsec, 0)}},
+      {{"COM3", "--echocli-read-delaymsec=r1000"},
+       {IS(g_echocli_read_delay_random, true), IS(g_echocli_read_delaymsec, 1000)}},
+      {{"COM3", "--echocli-read-delaymsec=1000"},
+       {IS(g_echocli_read_delay_random, false), IS(g_echocli_read_delaymsec, 1000)}},
+      {{"COM3", "--echocli-read-delaymsec=r-5"},
+       {IS(g_echocli_read_delay_random, false), IS(g_echocli_read_delaymsec, 0)}},
+      {{"COM3", "--echocli-read-delaymsec=r5", "--echocli-read-delaymsec=7"},
+       {IS(g_echocli_read_delay_random, true), IS(g_echocli_read_delaymsec, 7)}},
+      // First keys, cut to 33; the repeat marker follows them when there is room.
+      {{"COM3", "--first-key=abc"}, {IS(g_first_keys, "abc")}},
+      {{"COM3", "--first-key=abc", "--repeat-final-key"}, {IS(g_first_keys, "abc\xFF")}},
+      {{"COM3", "--repeat-final-key"}, {IS(g_repeat_final_key, true), IS(g_first_keys, "")}},
+      {{"COM3", "--first-key=" + k40}, {IS(g_first_keys, k33)}},
+      {{"COM3", "--first-key=" + k40, "--repeat-final-key"}, {IS(g_first_keys, k33)}},
+      {{"COM3", "--first-key=" + k32, "--repeat-final-key"}, {IS(g_first_keys, k32 + "\xFF")}},
+      {{"COM3", "--read-log=" + std::string(300, 'f'), "--read-log-append", "--silent-read"},
+       {IS(g_read_log_path, std::string(259, 'f')), IS(g_read_log_append, true), IS(g_silent_read, true)}},
+      // Values with floors, below and above them.
+      {{"COM3", "--echolog-row-width=4", "--echo-rwbufx=0", "--echo-timeout-limit=-5",
+        "--echocli-read-nibble=0", "--echocli-write-delaymsec=-1", "--clear-comport-msec=-1",
+        "--pause-msec-bfr-cancelio=-3"},
+       {IS(g_echolog_row_width, 8), IS(g_echo_rwbufx, 1), IS(g_echo_timeout_limit, 0),
+        IS(g_echocli_read_nibble, 1), IS(g_echocli_write_delaymsec, 0), IS(g_clear_comport_msec, 0),
+        IS(g_pause_msec_bfr_cancelio, 0)}},
+      {{"COM3", "--echolog-row-width=32", "--echo-rwbufx=3", "--echo-timeout-limit=2000",
+        "--echocli-read-nibble=512", "--echocli-write-delaymsec=1000", "--clear-comport-msec=70",
+        "--pause-msec-bfr-cancelio", "300"},
+       {IS(g_echolog_row_width, 32), IS(g_echo_rwbufx, 3), IS(g_echo_timeout_limit, 2000),
+        IS(g_echocli_read_nibble, 512), IS(g_echocli_write_delaymsec, 1000), IS(g_clear_comport_msec, 70),
+        IS(g_pause_msec_bfr_cancelio, 300)}},
+      {{"COM3", "--readonly", "--in-queue=4096", "--out-queue=8192", "-B", "9600", "--echo-need-log",
+        "--echo-append-log", "--echo-need-hwflow", "--echo-start-seq=0x11233344", "-m", "0x10",
+        "--manual-intervene-errcli", "--pause-before-quit", "--omit-cancelio", "--omit-getoverlappedresult",
+        "--print-devstate-on-dsr", "--waitcommevent-delay0=-1"},
+       {IS(g_readonly, true), IS(g_in_queue_bytes, 4096), IS(g_out_queue_bytes, 8192), IS(g_baudrate, 9600),
+        IS(g_echo_need_log, true), IS(g_echo_append_log, true), IS(g_echo_need_hwflow, true),
+        IS(g_echo_start_seq_given, true), IS(g_echo_start_seq, 0x11233344u), IS(g_echo_maxbytes64, 16),
+        IS(g_manual_intervene_errcli, true), IS(g_pause_before_quit, true), IS(g_omit_cancelio, true),
+        IS(g_omit_getoverlappedresult, true), IS(g_print_devstate_on_dsr, true),
+        IS(g_waitcommevent_delay0, 0xFFFFFFFFu), IS(g_no_port_mode, false)}},
+      {{"COM3", "--echo-maxbytes=5000000000"}, {IS(g_echo_maxbytes64, 5000000000LL)}},
+  };
+  for (const Accepted& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.args));
+    const Parsed p = Parse(c.args);
+    EXPECT_TRUE(p.ok);
+    EXPECT_EQ(p.out + p.err, "");
+    for (const Is& s : c.settings) EXPECT_EQ(s.read(), s.expected) << s.name;
+  }
 }
 
-TEST(ParseCommandLine, DefaultsWithJustAPort) {
-  ExpectAccepted({"COM3"});
-  EXPECT_STREQ(g_dev_open_path, "COM3");
-  EXPECT_FALSE(g_readonly);
-  EXPECT_EQ(g_bytes_to_rw, 100);
-  EXPECT_EQ(g_wait_msec_before_cancel, 5000);
-  EXPECT_EQ(g_rto_interval, 0);
-  EXPECT_EQ(g_rto_multiplier, 0);
-  EXPECT_EQ(g_rto_constant, 0);
-  EXPECT_EQ(g_wto_multiplier, 0);
-  EXPECT_EQ(g_wto_constant, 0);
-  EXPECT_FALSE(g_wto_constant_given);
-  EXPECT_EQ(g_in_queue_bytes, 0);
-  EXPECT_EQ(g_out_queue_bytes, 0);
-  EXPECT_EQ(g_baudrate, 0);
-  EXPECT_STREQ(g_read_log_path, "");
-  EXPECT_STREQ(g_first_keys, "");
-  EXPECT_FALSE(g_repeat_final_key);
-  EXPECT_EQ(g_echo_maxbytes64, 0);
-  EXPECT_EQ(g_echo_chunk_maxbytes, 16000);
-  EXPECT_EQ(g_echo_chunk_minbytes, 12);
-  EXPECT_EQ(g_echolog_row_width, 16);
-  EXPECT_EQ(g_echo_rwbufx, 2);
-  EXPECT_EQ(g_echocli_read_nibble, 4000);
-  EXPECT_EQ(g_clear_comport_msec, 50);
-  EXPECT_EQ(g_log_buffer_bytes, 8192);
-  EXPECT_FALSE(g_echo_start_seq_given);
-  EXPECT_FALSE(g_datapipe);
-  EXPECT_FALSE(g_no_port_mode);
+TEST(ParseCommandLine, EchoSeedFromTheClock) {
+  const auto before = static_cast<uint32_t>(std::time(nullptr));
+  ASSERT_TRUE(Parse({"COM3", "--echo-srand=time"}).ok);
+  EXPECT_GE(g_echo_srand, before);
+  EXPECT_LE(g_echo_srand, static_cast<uint32_t>(std::time(nullptr)));
+}
+
+// The echo test's write timeout constant is --wtoc's only when given.
+TEST(ParseCommandLine, EchoWriteTimeoutConstant) {
+  ASSERT_TRUE(Parse({"COM3"}).ok);
   EXPECT_EQ(EchoWriteTimeoutConstant(), 0xFFFFFFFEu);
+  ASSERT_TRUE(Parse({"COM3", "--wtoc=-1"}).ok);
+  EXPECT_EQ(EchoWriteTimeoutConstant(), 0xFFFFFFFFu);
+  ASSERT_TRUE(Parse({"COM3", "--wtoc=0"}).ok);
+  EXPECT_EQ(EchoWriteTimeoutConstant(), 0u);
 }
 
-TEST(ParseCommandLine, PortNameMayStandAnywhere) {
-  ExpectAccepted({"-b", "20", "COM7", "-c", "10"});
-  EXPECT_STREQ(g_dev_open_path, "COM7");
-  EXPECT_EQ(g_bytes_to_rw, 20);
-  EXPECT_EQ(g_wait_msec_before_cancel, 10);
-  ExpectAccepted({"-b20", "--msec-cancel", "11", "\\\\.\\COM12"});
-  EXPECT_STREQ(g_dev_open_path, "\\\\.\\COM12");
-  EXPECT_EQ(g_wait_msec_before_cancel, 11);
-}
-
-TEST(ParseCommandLine, BytesPerRequestBounds) {
-  ExpectAccepted({"COM3", "-b", "8123999"});
-  EXPECT_EQ(g_bytes_to_rw, 8123999);
-  ExpectRefused({"COM3", "-b", "8124000"}, "--bytesrw or -b has bad argument(should>=0)\n");
-  ExpectAccepted({"COM3", "-b", "0x20"});
-  EXPECT_EQ(g_bytes_to_rw, 32);
-  ExpectAccepted({"COM3", "--bytesrw=010"});  // auto base: octal
-  EXPECT_EQ(g_bytes_to_rw, 8);
-  ExpectRefused({"COM3", "-b", "-1"}, "--bytesrw or -b has bad argument(should>=0)\n");
-  ExpectRefused({"COM3", "-b", "4294967296"}, "--bytesrw or -b has bad argument(should>=0)\n");
-  ExpectAccepted({"COM3", "-b", "abc"});
-  EXPECT_EQ(g_bytes_to_rw, 0);
-  ExpectAccepted({"COM3", "--byt=5"});
-  EXPECT_EQ(g_bytes_to_rw, 5);
-}
-
-TEST(ParseCommandLine, LaterOptionOverridesEarlier) {
-  ExpectAccepted({"COM3", "-b", "5", "--bytesrw=7", "--rtoi=3", "--rtoi=4"});
-  EXPECT_EQ(g_bytes_to_rw, 7);
-  EXPECT_EQ(g_rto_interval, 4);
-}
-
-TEST(ParseCommandLine, EchoChunkBounds) {
+// Refused with exactly these lines on standard output (and standard error).
+TEST(ParseCommandLine, RefusedCommandLinesAndWhatTheyPrint) {
+  const std::string bad_b = "--bytesrw or -b has bad argument(should>=0)\n";
+  const std::string bad_c = "--msec-cancel or -c has bad argument(should>0)\n";
   const std::string big_k = "-K or --echo-chunk-maxbytes has bad argument(should between 12 and 8024012)\n";
   const std::string small_k = "-k or --echo-chunk-minbytes has bad argument(should between 12 and 8024012)\n";
-  ExpectAccepted({"COM3", "-K", "12", "-k", "12"});
-  EXPECT_EQ(g_echo_chunk_maxbytes, 12);
-  EXPECT_EQ(g_echo_chunk_minbytes, 12);
-  ExpectAccepted({"COM3", "-K", "8024012"});
-  ExpectRefused({"COM3", "-K", "11"}, big_k);
-  ExpectRefused({"COM3", "-K", "8024013"}, big_k);
-  ExpectRefused({"COM3", "-k", "11"}, small_k);
-  ExpectRefused({"COM3", "-k", "-12"}, small_k);
-  ExpectRefused({"COM3", "-k", "2000", "-K", "1000"}, "-k value must not be larger than -K value.\n");
-  ExpectAccepted({"COM3", "-k", "2000"});
-  EXPECT_EQ(g_echo_chunk_maxbytes, 16000);
-  EXPECT_EQ(g_echo_chunk_minbytes, 2000);
-  ExpectRefused({"COM3", "-k", "16001"}, "-k value must not be larger than -K value.\n");
-  ExpectAccepted({"COM3", "--echo-chunk-maxbytes=100", "--echo-chunk-minbytes=100"});
-}
-
-TEST(ParseCommandLine, OrderOfChunkSizesCheckedOnlyWhenAllElsePassed) {
-  ExpectRefused({"COM3", "-k", "2000", "-K", "1000", "-c", "0"},
-                "--msec-cancel or -c has bad argument(should>0)\n");
-}
-
-TEST(ParseCommandLine, EveryValidationMessageAtOnce) {
-  ExpectRefused({"COM3", "-b", "-1", "-c", "0", "--rtoi=-2", "--rtom=-2", "--rtoc=-2", "--wtom=-2",
-                 "--wtoc=-2", "-B", "-1", "-m", "-1", "-K", "5", "-k", "5"},
-                "--bytesrw or -b has bad argument(should>=0)\n"
-                "--msec-cancel or -c has bad argument(should>0)\n"
-                "--rtoi has bad argument(should>=0 or -1)\n"
-                "--rtom has bad argument(should>=0 or -1)\n"
-                "--rtoc has bad argument(should>=0 or -1)\n"
-                "--wtom has bad argument(should>=0 or -1)\n"
-                "--wtoc has bad argument(should>=0 or -1)\n"
-                "--baudrate or -B has bad argument(should>0)\n"
-                "-m or --echo-maxbytes has bad argument(should>0)\n"
-                "-K or --echo-chunk-maxbytes has bad argument(should between 12 and 8024012)\n"
-                "-k or --echo-chunk-minbytes has bad argument(should between 12 and 8024012)\n");
-}
-
-TEST(ParseCommandLine, TimeoutsAcceptMinusOneAndTextConvertsToZero) {
-  ExpectAccepted({"COM3", "--rtoi=-1", "--rtom=-1", "--rtoc=-1", "--wtom=-1", "--wtoc=-1", "-B", "0"});
-  EXPECT_EQ(g_rto_interval, -1);
-  EXPECT_EQ(g_wto_constant, -1);
-  EXPECT_TRUE(g_wto_constant_given);
-  EXPECT_EQ(EchoWriteTimeoutConstant(), 0xFFFFFFFFu);
-  ExpectAccepted({"COM3", "--wtoc=0"});
-  EXPECT_EQ(EchoWriteTimeoutConstant(), 0u);
-  ExpectRefused({"COM3", "-c", "abc"}, "--msec-cancel or -c has bad argument(should>0)\n");
-}
-
-TEST(ParseCommandLine, QuickReadTimeoutWinsOverReadTimeoutOptions) {
-  ExpectAccepted({"COM3", "-Q", "0", "--rtoi=5"});
-  EXPECT_EQ(g_rto_interval, -1);
-  EXPECT_EQ(g_rto_multiplier, -1);
-  EXPECT_EQ(g_rto_constant, 0);
-  ExpectAccepted({"COM3", "--rtoc=7", "--rtom=9", "-Q", "300"});
-  EXPECT_EQ(g_rto_multiplier, -1);
-  EXPECT_EQ(g_rto_constant, 300);
-  ExpectAccepted({"COM3", "--rtoi=5", "-Q", "-1"});  // below 0: not applied
-  EXPECT_EQ(g_rto_interval, 5);
-  EXPECT_EQ(g_rto_constant, 0);
-}
-
-TEST(ParseCommandLine, LongOptionMissingItsValue) {
-  ExpectRefused({"COM3", "--bytesrw"}, "Long option '--bytesrw' missing an argument\n");
-  ExpectRefused({"COM3", "--first-key"}, "Long option '--first-key' missing an argument\n");
-  // An abbreviation lacking its value is not recognised by that test.
-  ExpectRefused({"COM3", "--bytes"}, "Bad long option '--bytes'\n");
-}
-
-TEST(ParseCommandLine, BadLongOptions) {
-  ExpectRefused({"COM3", "--foo=1"}, "Bad long option '--foo=1'\n");
-  ExpectRefused({"--foo", "COM3"}, "Bad long option '--foo'\n");
-  ExpectRefused({"COM3", "--readonly=1"}, "Bad long option '--readonly=1'\n");
-  ExpectRefused({"COM3", "--datapipe=x"}, "Bad long option '--datapipe=x'\n");
-}
-
-TEST(ParseCommandLine, AmbiguousPrefixIsReportedTwice) {
-  const Parsed p = Parse({"COM3", "--rto=5"});
-  EXPECT_FALSE(p.ok);
-  EXPECT_EQ(p.out, "Bad long option '--rto=5'\n");
-  EXPECT_EQ(p.err, "portwren: option `--rto=5' is ambiguous\n");
-  const Parsed q = Parse({"COM3", "--waitcommevent-d=1"});
-  EXPECT_EQ(q.err, "portwren: option `--waitcommevent-d=1' is ambiguous\n");
-}
-
-TEST(ParseCommandLine, ExactNameBeatsLongerNames) {
-  ExpectAccepted({"COM3", "--waitcommevent-delay=5", "--waitcommevent-delay0=6", "--read-log", "r.log"});
-  EXPECT_EQ(g_waitcommevent_delay, 5u);
-  EXPECT_EQ(g_waitcommevent_delay0, 6u);
-  EXPECT_STREQ(g_read_log_path, "r.log");
-  EXPECT_FALSE(g_read_log_append);
-}
-
-TEST(ParseCommandLine, ShortOptionProblems) {
-  ExpectRefused({"COM3", "-x"}, "Bad short option '-x'.\n");
-  ExpectRefused({"COM3", "-b"}, "Short option '-b' missing an argument.\n");
-  ExpectRefused({"COM3", "-lQ"}, "Short option '-Q' missing an argument.\n");
-  ExpectRefused({"COM3", "-lx"}, "Bad short option '-x'.\n");
-  // ':' is in the option string, so it reads as a missing argument.
-  ExpectRefused({"COM3", "-:"}, "Short option '-:' missing an argument.\n");
-  ExpectRefused({"COM3", "-l-"}, "Bad short option '--'.\n");
-}
-
-TEST(ParseCommandLine, PositionalArgument) {
-  ExpectRefused({}, "You do not pass in an argument as COM port device name.\n");
-  ExpectRefused({"-b", "20"}, "You do not pass in an argument as COM port device name.\n");
-  ExpectRefused({"COM3", "COM4"}, "You pass in more than one argument as COM port device name.\n");
-  ExpectAccepted({"--", "-weird-name"});
-  EXPECT_STREQ(g_dev_open_path, "-weird-name");
-  const std::string path(300, 'p');
-  ExpectAccepted({path});
-  EXPECT_EQ(std::string(g_dev_open_path), path.substr(0, 259));
-}
-
-TEST(ParseCommandLine, DatapipePath) {
-  ExpectAccepted({"--datapipe"});
-  EXPECT_TRUE(g_datapipe);
-  EXPECT_STREQ(g_dev_open_path, "\\\\.\\QDX_Datapipe");
-  ExpectAccepted({"COM3", "--datapipe"});
-  EXPECT_STREQ(g_dev_open_path, "COM3\\\\.\\QDX_Datapipe");
-  ExpectRefused({"--datapipe", "COM3", "COM4"},
-                "You pass in more than one argument as COM port device name.\n");
-}
-
-TEST(ParseCommandLine, NoPortModeSkipsPortAndChecks) {
-  ExpectAccepted({"-l", "COM3", "COM4"});
-  EXPECT_TRUE(g_list_vcoms);
-  EXPECT_TRUE(g_no_port_mode);
-  EXPECT_FALSE(g_list_offer_dialog);
-  EXPECT_STREQ(g_dev_open_path, "");
-
-  ExpectAccepted({"--list-vcoms", "-b", "-1", "-Q", "5"});
-  EXPECT_TRUE(g_list_offer_dialog);
-  EXPECT_EQ(g_echo_chunk_maxbytes, 0);  // no defaults either
-  EXPECT_EQ(g_rto_constant, 0);
-
-  ExpectAccepted({"--list-vcoms", "-l"});
-  EXPECT_FALSE(g_list_offer_dialog);
-  ExpectAccepted({"-l", "--list-vcoms"});
-  EXPECT_TRUE(g_list_offer_dialog);
-
-  ExpectAccepted({"--unplug-vcoms"});
-  EXPECT_TRUE(g_unplug_vcoms);
-  EXPECT_TRUE(g_no_port_mode);
-  EXPECT_FALSE(g_list_vcoms);
-  ExpectAccepted({"--vbus-reinstall"});
-  EXPECT_TRUE(g_vbus_reinstall);
-  EXPECT_TRUE(g_no_port_mode);
-  // Bad options are still refused.
-  ExpectRefused({"-l", "--nope"}, "Bad long option '--nope'\n");
-}
-
-TEST(ParseCommandLine, EchoSeed) {
-  const auto before = static_cast<uint32_t>(std::time(nullptr));
-  ExpectAccepted({"COM3", "--echo-srand=time"});
-  const auto after = static_cast<uint32_t>(std::time(nullptr));
-  EXPECT_GE(g_echo_srand, before);
-  EXPECT_LE(g_echo_srand, after);
-  ExpectAccepted({"COM3", "--echo-srand=Time"});
-  EXPECT_EQ(g_echo_srand, 0u);
-  ExpectAccepted({"COM3", "--echo-srand", "5566"});
-  EXPECT_EQ(g_echo_srand, 5566u);
-  ExpectAccepted({"COM3", "--echo-srand=-1"});
-  EXPECT_EQ(g_echo_srand, 0xFFFFFFFFu);
-}
-
-TEST(ParseCommandLine, EchoClientReadDelay) {
-  ExpectAccepted({"COM3", "--echocli-read-delaymsec=r0"});
-  EXPECT_FALSE(g_echocli_read_delay_random);
-  EXPECT_EQ(g_echocli_read_delaymsec, 0);
-  ExpectAccepted({"COM3", "--echocli-read-delaymsec=r1000"});
-  EXPECT_TRUE(g_echocli_read_delay_random);
-  EXPECT_EQ(g_echocli_read_delaymsec, 1000);
-  ExpectAccepted({"COM3", "--echocli-read-delaymsec=1000"});
-  EXPECT_FALSE(g_echocli_read_delay_random);
-  EXPECT_EQ(g_echocli_read_delaymsec, 1000);
-  ExpectAccepted({"COM3", "--echocli-read-delaymsec=r-5"});
-  EXPECT_FALSE(g_echocli_read_delay_random);
-  EXPECT_EQ(g_echocli_read_delaymsec, 0);
-  // The random flag is only ever switched on.
-  ExpectAccepted({"COM3", "--echocli-read-delaymsec=r5", "--echocli-read-delaymsec=7"});
-  EXPECT_TRUE(g_echocli_read_delay_random);
-  EXPECT_EQ(g_echocli_read_delaymsec, 7);
-}
-
-TEST(ParseCommandLine, FirstKeysAndRepeatMarker) {
-  ExpectAccepted({"COM3", "--first-key=abc"});
-  EXPECT_STREQ(g_first_keys, "abc");
-  ExpectAccepted({"COM3", "--first-key=abc", "--repeat-final-key"});
-  EXPECT_STREQ(g_first_keys, "abc\xFF");
-  ExpectAccepted({"COM3", "--repeat-final-key"});
-  EXPECT_TRUE(g_repeat_final_key);
-  EXPECT_STREQ(g_first_keys, "");
-
-  const std::string forty(40, 'k');
-  ExpectAccepted({"COM3", "--first-key=" + forty});
-  EXPECT_EQ(std::string(g_first_keys), forty.substr(0, 33));
-  ExpectAccepted({"COM3", "--first-key=" + forty, "--repeat-final-key"});
-  EXPECT_EQ(std::string(g_first_keys), forty.substr(0, 33));  // no room for the marker
-  const std::string thirty_two(32, 'k');
-  ExpectAccepted({"COM3", "--first-key=" + thirty_two, "--repeat-final-key"});
-  EXPECT_EQ(std::string(g_first_keys), thirty_two + "\xFF");
-}
-
-TEST(ParseCommandLine, ReadLogPathIsCut) {
-  const std::string path(300, 'f');
-  ExpectAccepted({"COM3", "--read-log=" + path, "--read-log-append", "--silent-read"});
-  EXPECT_EQ(std::string(g_read_log_path), path.substr(0, 259));
-  EXPECT_TRUE(g_read_log_append);
-  EXPECT_TRUE(g_silent_read);
-}
-
-TEST(ParseCommandLine, ValuesWithFloors) {
-  ExpectAccepted({"COM3", "--echolog-row-width=4", "--echo-rwbufx=0", "--echo-timeout-limit=-5",
-                  "--echocli-read-nibble=0", "--echocli-write-delaymsec=-1", "--clear-comport-msec=-1",
-                  "--pause-msec-bfr-cancelio=-3"});
-  EXPECT_EQ(g_echolog_row_width, 8);
-  EXPECT_EQ(g_echo_rwbufx, 1);
-  EXPECT_EQ(g_echo_timeout_limit, 0);
-  EXPECT_EQ(g_echocli_read_nibble, 1);
-  EXPECT_EQ(g_echocli_write_delaymsec, 0);
-  EXPECT_EQ(g_clear_comport_msec, 0);
-  EXPECT_EQ(g_pause_msec_bfr_cancelio, 0);
-  ExpectAccepted({"COM3", "--echolog-row-width=32", "--echo-rwbufx=3", "--echo-timeout-limit=2000",
-                  "--echocli-read-nibble=512", "--echocli-write-delaymsec=1000", "--clear-comport-msec=70",
-                  "--pause-msec-bfr-cancelio", "300"});
-  EXPECT_EQ(g_echolog_row_width, 32);
-  EXPECT_EQ(g_echo_rwbufx, 3);
-  EXPECT_EQ(g_echo_timeout_limit, 2000);
-  EXPECT_EQ(g_echocli_read_nibble, 512);
-  EXPECT_EQ(g_echocli_write_delaymsec, 1000);
-  EXPECT_EQ(g_clear_comport_msec, 70);
-  EXPECT_EQ(g_pause_msec_bfr_cancelio, 300);
-}
-
-TEST(ParseCommandLine, RemainingSettings) {
-  ExpectAccepted({"COM3", "--readonly", "--in-queue=4096", "--out-queue=8192", "-B", "9600",
-                  "--echo-need-log", "--echo-append-log", "--echo-need-hwflow", "--echo-start-seq=0x11233344",
-                  "-m", "0x10", "--manual-intervene-errcli", "--pause-before-quit", "--omit-cancelio",
-                  "--omit-getoverlappedresult", "--print-devstate-on-dsr", "--waitcommevent-delay0=-1"});
-  EXPECT_TRUE(g_readonly);
-  EXPECT_EQ(g_in_queue_bytes, 4096);
-  EXPECT_EQ(g_out_queue_bytes, 8192);
-  EXPECT_EQ(g_baudrate, 9600);
-  EXPECT_TRUE(g_echo_need_log);
-  EXPECT_TRUE(g_echo_append_log);
-  EXPECT_TRUE(g_echo_need_hwflow);
-  EXPECT_TRUE(g_echo_start_seq_given);
-  EXPECT_EQ(g_echo_start_seq, 0x11233344u);
-  EXPECT_EQ(g_echo_maxbytes64, 16);
-  EXPECT_TRUE(g_manual_intervene_errcli);
-  EXPECT_TRUE(g_pause_before_quit);
-  EXPECT_TRUE(g_omit_cancelio);
-  EXPECT_TRUE(g_omit_getoverlappedresult);
-  EXPECT_TRUE(g_print_devstate_on_dsr);
-  EXPECT_EQ(g_waitcommevent_delay0, 0xFFFFFFFFu);
-  EXPECT_FALSE(g_no_port_mode);
-
-  ExpectAccepted({"COM3", "--echo-maxbytes=5000000000"});
-  EXPECT_EQ(g_echo_maxbytes64, 5000000000LL);
-}
-
-TEST(ParseCommandLine, ArgumentsAreNotPrintedOnSuccess) {
-  const Parsed p = Parse({"COM3", "-b", "20", "-c", "4000", "--rtoi=-1", "--rtom=-1", "--rtoc=3000"});
-  EXPECT_TRUE(p.ok);
-  EXPECT_EQ(p.out + p.err, "");
-  EXPECT_EQ(g_rto_constant, 3000);
+  const std::string k_order = "-k value must not be larger than -K value.\n";
+  const std::string no_port = "You do not pass in an argument as COM port device name.\n";
+  const std::string two_ports = "You pass in more than one argument as COM port device name.\n";
+  const struct {
+    std::vector<std::string> args;
+    std::string out;
+    std::string err = "";
+  } cases[] = {
+      {{"COM3", "-b", "8124000"}, bad_b},
+      {{"COM3", "-b", "-1"}, bad_b},
+      {{"COM3", "-b", "4294967296"}, bad_b},
+      {{"COM3", "-c", "abc"}, bad_c},
+      {{"COM3", "-K", "11"}, big_k},
+      {{"COM3", "-K", "8024013"}, big_k},
+      {{"COM3", "-k", "11"}, small_k},
+      {{"COM3", "-k", "-12"}, small_k},
+      {{"COM3", "-k", "2000", "-K", "1000"}, k_order},
+      {{"COM3", "-k", "16001"}, k_order},
+      // The order of the chunk sizes is checked only when all else passed.
+      {{"COM3", "-k", "2000", "-K", "1000", "-c", "0"}, bad_c},
+      // Every check runs, in this order.
+      {{"COM3", "-b", "-1", "-c", "0", "--rtoi=-2", "--rtom=-2", "--rtoc=-2", "--wtom=-2", "--wtoc=-2", "-B",
+        "-1", "-m", "-1", "-K", "5", "-k", "5"},
+       bad_b + bad_c +
+           "--rtoi has bad argument(should>=0 or -1)\n"
+           "--rtom has bad argument(should>=0 or -1)\n"
+           "--rtoc has bad argument(should>=0 or -1)\n"
+           "--wtom has bad argument(should>=0 or -1)\n"
+           "--wtoc has bad argument(should>=0 or -1)\n"
+           "--baudrate or -B has bad argument(should>0)\n"
+           "-m or --echo-maxbytes has bad argument(should>0)\n" +
+           big_k + small_k},
+      {{"COM3", "--bytesrw"}, "Long option '--bytesrw' missing an argument\n"},
+      {{"COM3", "--first-key"}, "Long option '--first-key' missing an argument\n"},
+      // An abbreviation lacking its value is not recognised by that test.
+      {{"COM3", "--bytes"}, "Bad long option '--bytes'\n"},
+      {{"COM3", "--foo=1"}, "Bad long option '--foo=1'\n"},
+      {{"--foo", "COM3"}, "Bad long option '--foo'\n"},
+      {{"COM3", "--readonly=1"}, "Bad long option '--readonly=1'\n"},
+      {{"COM3", "--datapipe=x"}, "Bad long option '--datapipe=x'\n"},
+      // An ambiguous prefix is reported twice: by the scanner, then by the program.
+      {{"COM3", "--rto=5"}, "Bad long option '--rto=5'\n", "portwren: option `--rto=5' is ambiguous\n"},
+      {{"COM3", "--waitcommevent-d=1"},
+       "Bad long option '--waitcommevent-d=1'\n",
+       "portwren: option `--waitcommevent-d=1' is ambiguous\n"},
+      {{"COM3", "-x"}, "Bad short option '-x'.\n"},
+      {{"COM3", "-b"}, "Short option '-b' missing an argument.\n"},
+      {{"COM3", "-lQ"}, "Short option '-Q' missing an argument.\n"},
+      {{"COM3", "-lx"}, "Bad short option '-x'.\n"},
+      // ':' is in the option string, so it reads as a missing argument.
+      {{"COM3", "-:"}, "Short option '-:' missing an argument.\n"},
+      {{"COM3", "-l-"}, "Bad short option '--'.\n"},
+      {{}, no_port},
+      {{"-b", "20"}, no_port},
+      {{"COM3", "COM4"}, two_ports},
+      {{"--datapipe", "COM3", "COM4"}, two_ports},
+      // Listing skips the checks, not the option scan.
+      {{"-l", "--nope"}, "Bad long option '--nope'\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.args));
+    const Parsed p = Parse(c.args);
+    EXPECT_FALSE(p.ok);
+    EXPECT_EQ(p.out, c.out);
+    EXPECT_EQ(p.err, c.err);
+  }
 }
 
 TEST(LongOptionTable, CodesAreTheLettersAndOneCodeEachFrom128To164) {

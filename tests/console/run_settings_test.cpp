@@ -30,30 +30,13 @@ TEST(RunSettings, ResetRestoresEveryDefault) {
   EXPECT_STREQ(g_dev_open_path, "");
   EXPECT_STREQ(g_read_log_path, "");
   EXPECT_STREQ(g_first_keys, "");
-  for (bool flag : {g_readonly,
-                    g_wto_constant_given,
-                    g_read_log_append,
-                    g_silent_read,
-                    g_repeat_final_key,
-                    g_echo_need_log,
-                    g_echo_append_log,
-                    g_echo_need_hwflow,
-                    g_echo_start_seq_given,
-                    g_echocli_read_delay_random,
-                    g_manual_intervene_errcli,
-                    g_datapipe,
-                    g_pause_before_quit,
-                    g_omit_cancelio,
-                    g_omit_getoverlappedresult,
-                    g_no_port_mode,
-                    g_list_vcoms,
-                    g_list_offer_dialog,
-                    g_unplug_vcoms,
-                    g_vbus_reinstall,
-                    g_print_devstate_on_dsr,
-                    g_print_less}) {
-    EXPECT_FALSE(flag);
-  }
+  // Every flag is back to false.
+  EXPECT_FALSE(g_readonly || g_wto_constant_given || g_read_log_append || g_silent_read ||
+               g_repeat_final_key || g_echo_need_log || g_echo_append_log || g_echo_need_hwflow ||
+               g_echo_start_seq_given || g_echocli_read_delay_random || g_manual_intervene_errcli ||
+               g_datapipe || g_pause_before_quit || g_omit_cancelio || g_omit_getoverlappedresult ||
+               g_no_port_mode || g_list_vcoms || g_list_offer_dialog || g_unplug_vcoms || g_vbus_reinstall ||
+               g_print_devstate_on_dsr || g_print_less);
   EXPECT_EQ(g_bytes_to_rw, 100);
   EXPECT_EQ(g_wait_msec_before_cancel, 5000);
   for (int32_t zero :

@@ -1,8 +1,7 @@
 // The built program on one end of a pseudo-terminal pair with piped keys, the test holding the far
 // end: what the read, write, purge, clearing, queue and state keys print and what crosses the line.
-#include <gtest/gtest.h>
-
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -12,27 +11,26 @@
 #include <regex>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
 #include "common/e2e_support.h"
-#include "common/pty_pair.h"
 
 namespace portwren {
 namespace {
 
+using testkit::ExpectInOrder;
 using testkit::kClosedLines;
+using testkit::kEscLines;
 using testkit::KeyPrompt;
 using testkit::ProcessOptions;
 using testkit::ProcessResult;
 
 constexpr char kChooseLine[] = "Choose action: 'R/r' read, 'W/w' write, '?' help. <ESC> quit.\n";
-constexpr char kEscLines[] = "Got '\x1b'.\n";
 
 std::string Bytes(std::initializer_list<int> values) {
-  std::string out;
-  for (const int v : values) out.push_back(static_cast<char>(v));
-  return out;
+  return std::string(values.begin(), values.end());
 }
 
 // What `count` bytes of writes starting at counter word `first` put on the line.
@@ -43,16 +41,6 @@ std::string CounterWords(int first, size_t count) {
     out.push_back(static_cast<char>((word >> 8) & 0xFF));
   }
   out.resize(count);
-  return out;
-}
-
-std::string Hex(const std::string& bytes) {
-  std::string out;
-  char cell[4];
-  for (const char c : bytes) {
-    std::snprintf(cell, sizeof cell, "%02x ", static_cast<unsigned char>(c));
-    out += cell;
-  }
   return out;
 }
 
@@ -80,66 +68,53 @@ std::string QueueReport(int in_queue) {
   return " [D] ClearCommError() reports: cbInQue=" + std::to_string(in_queue) + ", cbOutQue=0. \n";
 }
 
-// The DCB part of the `i` report for a pseudo-terminal that the program has set to 115200 8-N-1.
+// The DCB lines of the `i` report: each field, its value on a pseudo-terminal that the program has
+// set to 115200 8-N-1, and the pattern that the value on any serial device fits.
+constexpr char kYesNo[] = "(yes|no)";
+constexpr char kChar[] = "0x[0-9A-F]{2}";
+const struct {
+  const char* name;
+  const char* on_pty;
+  const char* pattern;
+} kDcbFields[] = {
+    {"Baudrate", "115200", "115200"},
+    {"fBinary", "yes", kYesNo},
+    {"fParity", "no", kYesNo},
+    {"fOutxCtsFlow", "no", kYesNo},  // F and f switch it
+    {"fOutxDsrFlow", "no", kYesNo},
+    {"fDtrControl", "1 (DTR_CONTROL_ENABLE)", R"([0-2] \(DTR_CONTROL_[A-Z]+\))"},
+    {"fBinary", "yes", kYesNo},
+    {"fDsrSensitivity", "no", kYesNo},
+    {"fTXContinueOnXoff", "no", kYesNo},
+    {"fOutX", "no", kYesNo},
+    {"fInX", "no", kYesNo},
+    {"fErrorChar", "no", kYesNo},
+    {"fNull", "no", kYesNo},
+    {"fRtsControl", "1 (RTS_CONTROL_ENABLE)", R"([0-3] \(RTS_CONTROL_[A-Z]+\))"},
+    {"fAbortOnError", "no", kYesNo},
+    {"XonLim", "2048", "[0-9]+"},
+    {"XoffLim", "512", "[0-9]+"},
+    {"ByteSize", "8", "8"},
+    {"Parity", "NO_PARITY", "NO_PARITY"},
+    {"StopBits", "one", "one"},
+    {"XonChar", "0x11", kChar},
+    {"XoffChar", "0x13", kChar},
+    {"ErrorChar", "0x00", kChar},
+    {"EofChar", "0x00", kChar},
+    {"EvtChar", "0x00", kChar},
+};
+
 std::string PtyDcbLines(bool cts_flow) {
-  return std::string(
-             "GetCommState() returns DCB info:\n"
-             "  .Baudrate=115200\n"
-             "  .fBinary=yes\n"
-             "  .fParity=no\n"
-             "  .fOutxCtsFlow=") +
-         (cts_flow ? "yes" : "no") +
-         "\n"
-         "  .fOutxDsrFlow=no\n"
-         "  .fDtrControl=1 (DTR_CONTROL_ENABLE)\n"
-         "  .fBinary=yes\n"
-         "  .fDsrSensitivity=no\n"
-         "  .fTXContinueOnXoff=no\n"
-         "  .fOutX=no\n"
-         "  .fInX=no\n"
-         "  .fErrorChar=no\n"
-         "  .fNull=no\n"
-         "  .fRtsControl=1 (RTS_CONTROL_ENABLE)\n"
-         "  .fAbortOnError=no\n"
-         "  .XonLim=2048\n"
-         "  .XoffLim=512\n"
-         "  .ByteSize=8\n"
-         "  .Parity=NO_PARITY\n"
-         "  .StopBits=one\n"
-         "  .XonChar=0x11\n"
-         "  .XoffChar=0x13\n"
-         "  .ErrorChar=0x00\n"
-         "  .EofChar=0x00\n"
-         "  .EvtChar=0x00\n"
-         "\n";
-}
-
-// Each piece must appear, each after the one before.
-void ExpectInOrder(const std::string& text, const std::vector<std::string>& pieces) {
-  size_t at = 0;
-  for (const std::string& piece : pieces) {
-    const size_t found = text.find(piece, at);
-    ASSERT_NE(std::string::npos, found) << "missing in order:\n" << piece << "\n--- in ---\n" << text;
-    at = found + piece.size();
+  std::string lines = "GetCommState() returns DCB info:\n";
+  for (const auto& f : kDcbFields) {
+    const bool cts = std::string_view(f.name) == "fOutxCtsFlow";
+    lines += std::string("  .") + f.name + "=" + (cts ? (cts_flow ? "yes" : "no") : f.on_pty) + "\n";
   }
+  return lines + "\n";
 }
 
-class PortKeysEndToEnd : public testing::Test {
+class PortKeysEndToEnd : public testkit::PtyRunTest {
  protected:
-  void SetUp() override { ASSERT_TRUE(pty_.ok()) << "no pseudo-terminal"; }
-
-  ProcessResult Run(const std::vector<std::string>& args, const std::string& keys) {
-    ProcessOptions options;
-    options.stdin_bytes = keys;
-    return Checked(testkit::RunKeyed(args, options));
-  }
-
-  ProcessResult RunTyped(const std::vector<std::string>& args, const testkit::KeyPipe& keys) {
-    ProcessOptions options;
-    options.stdin_fd = keys.read_fd();
-    return Checked(testkit::RunKeyed(args, options));
-  }
-
   // Bytes that arrive before the program starts; returns once the port holds them all.
   void Arrive(const std::string& bytes) {
     ASSERT_TRUE(pty_.WriteFar(bytes));
@@ -148,18 +123,6 @@ class PortKeysEndToEnd : public testing::Test {
 
   // Everything the program sent; it has ended, so a short quiet wait collects it all.
   std::string Sent() { return pty_.ReadFar(1 << 20, 300); }
-
-  const std::string& port() const { return pty_.slave_path(); }
-
-  testkit::PtyPair pty_;
-
- private:
-  static ProcessResult Checked(ProcessResult r) {
-    EXPECT_TRUE(r.started) << r.error;
-    EXPECT_FALSE(r.timed_out) << r.out;
-    EXPECT_EQ(0, r.exit_code) << r.out;
-    return r;
-  }
 };
 
 // What the keys printed: everything after the start-up lines.
@@ -169,37 +132,26 @@ std::string KeyOutput(const ProcessResult& r) {
                                  : r.out.substr(at + sizeof kChooseLine - 1);
 }
 
-TEST_F(PortKeysEndToEnd, PresetWritesSendCounterWordsThatRunOnFromWriteToWrite) {
-  ProcessResult r = Run({port(), "-b", "4"}, "ww\x1b");
+// Writes send counter words that run on from write to write; an odd count ends with the byte the
+// buffer held from before. A typed count is remembered and Enter reuses it.
+TEST_F(PortKeysEndToEnd, WritesSendCounterWordsAndTypedCountsAreRemembered) {
+  const ProcessResult r = Run({port(), "-b", "4"}, "wwW\nW6\nW5\nW\nW0x3\nW010\n\x1b");
   EXPECT_EQ("Got 'w'.\n" + WriteSync(4) + KeyPrompt(1) + "Got 'w'.\n" + WriteSync(4) + KeyPrompt(2) +
+                "Got 'W'.\nBytes to write(0): " + WriteSync(0) + KeyPrompt(3) +  // Enter at first: zero bytes
+                "Got 'W'.\nBytes to write(0): " + WriteSync(6) + KeyPrompt(4) +
+                "Got 'W'.\nBytes to write(6): " + WriteSync(5) + KeyPrompt(5) +
+                "Got 'W'.\nBytes to write(5): " + WriteSync(5) + KeyPrompt(6) +
+                "Got 'W'.\nBytes to write(5): " + WriteSync(3) + KeyPrompt(7) +  // hexadecimal
+                "Got 'W'.\nBytes to write(3): " + WriteSync(8) + KeyPrompt(8) +  // octal
                 kEscLines + kClosedLines,
             KeyOutput(r));
-  EXPECT_EQ(Hex(Bytes({0, 0, 1, 0, 2, 0, 3, 0})), Hex(Sent()));
-
-  // An odd count sends its counter words and then the byte that the buffer held from before.
-  r = Run({port(), "-b", "3"}, "W4\nw\x1b");
-  EXPECT_EQ("Got 'W'.\nBytes to write(0): " + WriteSync(4) + KeyPrompt(1) + "Got 'w'.\n" + WriteSync(3) +
-                KeyPrompt(2) + kEscLines + kClosedLines,
-            KeyOutput(r));
-  EXPECT_EQ(Hex(Bytes({0, 0, 1, 0, 2, 0, 1})), Hex(Sent()));
-}
-
-TEST_F(PortKeysEndToEnd, TypedWriteCountIsRememberedAndEnterReusesIt) {
-  const ProcessResult r = Run({port()}, "W\nW6\nW5\nW\nW0x3\nW010\n\x1b");
-  EXPECT_EQ("Got 'W'.\nBytes to write(0): " + WriteSync(0) + KeyPrompt(1) +  // Enter at first: zero bytes
-                "Got 'W'.\nBytes to write(0): " + WriteSync(6) + KeyPrompt(2) +
-                "Got 'W'.\nBytes to write(6): " + WriteSync(5) + KeyPrompt(3) +
-                "Got 'W'.\nBytes to write(5): " + WriteSync(5) + KeyPrompt(4) +
-                "Got 'W'.\nBytes to write(5): " + WriteSync(3) + KeyPrompt(5) +  // hexadecimal
-                "Got 'W'.\nBytes to write(3): " + WriteSync(8) + KeyPrompt(6) +  // octal
-                kEscLines + kClosedLines,
-            KeyOutput(r));
-  EXPECT_EQ(Hex(Bytes({0, 0, 1, 0, 2,  0,  // six
-                       3, 0, 4, 0, 2,      // five: the last byte is left from the six
-                       5, 0, 6, 0, 2,      // five again
-                       7, 0, 6,            // three: the byte at 2 is from the last five
-                       8, 0, 9, 0, 10, 0, 11, 0})),
-            Hex(Sent()));
+  EXPECT_EQ(Bytes({0,  0, 1,  0, 2,  0, 3,  0,  // the two preset writes
+                   4,  0, 5,  0, 6,  0,         // six
+                   7,  0, 8,  0, 6,             // five: the last byte is left from the six
+                   9,  0, 10, 0, 6,             // five again
+                   11, 0, 10,                   // three: the byte at 2 is from the last five
+                   12, 0, 13, 0, 14, 0, 15, 0}),
+            Sent());
 }
 
 TEST_F(PortKeysEndToEnd, WriteTheFarEndDoesNotTakeIsCancelledAndWhatWentIsOnTheLine) {
@@ -313,7 +265,9 @@ TEST_F(PortKeysEndToEnd, PurgesEmptyTheInputWithAndWithoutAbort) {
     keys.Type("qPq\x1b");
     keys.Close();
   });
-  const ProcessResult r = RunTyped({port()}, keys);
+  ProcessOptions typed;
+  typed.stdin_fd = keys.read_fd();
+  const ProcessResult r = Run({port()}, "", 0, typed);
   far_end.join();
   EXPECT_TRUE(refilled);
   EXPECT_EQ("Got 'q'.\n" + QueueReport(100) + KeyPrompt(1) +                                      //
@@ -339,72 +293,37 @@ TEST_F(PortKeysEndToEnd, StateReportShowsTheDcbAndFollowsTheCtsFlowKeys) {
   EXPECT_EQ(std::string::npos, out.find("WrongValue")) << out;
 }
 
+// Text as a regular expression that matches just that text.
+std::string Quoted(const std::string& text) {
+  return std::regex_replace(text, std::regex(R"([.^$|()\[\]{}*+?\\])"), R"(\$&)");
+}
+
 // A real serial device, when this machine has one the test may use: the same summary and report
 // structure; the line values are whatever the hardware says.
-TEST(PortKeysOnSerialDevice, StateAndQueueReportsOnTtyS0) {
-  const char* const path = "/dev/ttyS0";
-  const int probe = ::open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+TEST_F(PortKeysEndToEnd, StateAndQueueReportsOnTtyS0) {
+  const std::string path = "/dev/ttyS0";
+  const int probe = ::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
   if (probe < 0) GTEST_SKIP() << path << " cannot be opened read/write here";
   const bool unused = ::flock(probe, LOCK_EX | LOCK_NB) == 0;
   ::close(probe);
   if (!unused) GTEST_SKIP() << path << " is in use by another program";
 
-  ProcessOptions options;
-  options.stdin_bytes = "iq\x1b";
-  const ProcessResult r = testkit::RunKeyed({path, "-c", "300"}, options);
-  ASSERT_TRUE(r.started) << r.error;
-  ASSERT_FALSE(r.timed_out) << r.out;
-  EXPECT_EQ(0, r.exit_code) << r.out;
-  EXPECT_NE(std::string::npos, r.out.find("DevOpenPath: /dev/ttyS0\ng_bytes_to_rw = 100\n"
-                                          "g_wait_msec_before_cancel = 300\n"))
-      << r.out;
-  EXPECT_NE(std::string::npos, r.out.find(testkit::OpenedLines(path))) << r.out;
-
+  const ProcessResult r = Run({path, "-c", "300"}, "iq\x1b");
+  ExpectInOrder(r.out, {"DevOpenPath: /dev/ttyS0\ng_bytes_to_rw = 100\ng_wait_msec_before_cancel = 300\n",
+                        testkit::OpenedLines(path)});
   // The values are the device's own, except what the program sets at start-up.
-  std::string dcb = "Got 'i'\\.\n";
-  for (const char* line : {R"(GetCommState\(\) returns DCB info:)",
-                           R"(  \.Baudrate=115200)",
-                           R"(  \.fBinary=(yes|no))",
-                           R"(  \.fParity=(yes|no))",
-                           R"(  \.fOutxCtsFlow=(yes|no))",
-                           R"(  \.fOutxDsrFlow=(yes|no))",
-                           R"(  \.fDtrControl=[0-2] \(DTR_CONTROL_[A-Z]+\))",
-                           R"(  \.fBinary=(yes|no))",
-                           R"(  \.fDsrSensitivity=(yes|no))",
-                           R"(  \.fTXContinueOnXoff=(yes|no))",
-                           R"(  \.fOutX=(yes|no))",
-                           R"(  \.fInX=(yes|no))",
-                           R"(  \.fErrorChar=(yes|no))",
-                           R"(  \.fNull=(yes|no))",
-                           R"(  \.fRtsControl=[0-3] \(RTS_CONTROL_[A-Z]+\))",
-                           R"(  \.fAbortOnError=(yes|no))",
-                           R"(  \.XonLim=[0-9]+)",
-                           R"(  \.XoffLim=[0-9]+)",
-                           R"(  \.ByteSize=8)",
-                           R"(  \.Parity=NO_PARITY)",
-                           R"(  \.StopBits=one)",
-                           R"(  \.XonChar=0x[0-9A-F]{2})",
-                           R"(  \.XoffChar=0x[0-9A-F]{2})",
-                           R"(  \.ErrorChar=0x[0-9A-F]{2})",
-                           R"(  \.EofChar=0x[0-9A-F]{2})",
-                           R"(  \.EvtChar=0x[0-9A-F]{2})",
-                           ""}) {
-    dcb += std::string(line) + "\n";
-  }
+  std::string dcb = "Got 'i'\\.\nGetCommState\\(\\) returns DCB info:\n";
+  for (const auto& f : kDcbFields) dcb += std::string("  \\.") + f.name + "=" + f.pattern + "\n";
+  dcb += "\n";
   const std::string modem =
       "(Modem lines: CTS (on|off),DSR (on|off), DCD (on|off),RING (on|off)\n\n"
       "| \\[T\\] GetCommModemStatus\\(\\) fails\\. WinErr=[0-9]+\\([A-Z_a-z]+\\)\n)";
-  EXPECT_TRUE(std::regex_search(r.out, std::regex(dcb + modem))) << r.out;
-  const std::regex queue(
+  const std::string queue =
       " \\[D\\] ClearCommError\\(\\) reports: cbInQue=[0-9]+, cbOutQue=[0-9]+\\. (Errors-cleared: "
-      "0x[0-9A-F]{4})?\n");
-  std::smatch m;
-  ASSERT_TRUE(std::regex_search(r.out, m, queue)) << r.out;
-  EXPECT_EQ(KeyPrompt(2) + kEscLines + kClosedLines, m.suffix().str());
-  const std::string before = KeyPrompt(1) + "Got 'q'.\n";
-  const std::string prefix = m.prefix().str();
-  EXPECT_TRUE(prefix.size() >= before.size() &&
-              prefix.compare(prefix.size() - before.size(), before.size(), before) == 0)
+      "0x[0-9A-F]{4})?\n";
+  EXPECT_TRUE(
+      std::regex_match(KeyOutput(r), std::regex(dcb + modem + Quoted(KeyPrompt(1) + "Got 'q'.\n") + queue +
+                                                Quoted(KeyPrompt(2) + kEscLines + kClosedLines))))
       << r.out;
 }
 

@@ -4,28 +4,31 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <filesystem>
 
 namespace portwren::testkit {
 namespace {
 
-using std::chrono::milliseconds;
-
+// "sh" and "cat" below are looked up on PATH.
 ProcessResult Shell(const std::string& script, const ProcessOptions& options = {}) {
   return RunProcess("sh", {"-c", script}, options);
 }
 
-TEST(RunProcess, CapturesStreamsApartAndTheExitCode) {
-  const ProcessResult r = Shell("printf 'to out'; printf 'to err' >&2; exit 3");
+TEST(RunProcess, CapturesStreamsApartTheExitCodeAndAKillingSignal) {
+  ProcessResult r = Shell("printf 'to out'; printf 'to err' >&2; exit 3");
   ASSERT_TRUE(r.started) << r.error;
   EXPECT_EQ(r.out, "to out");
   EXPECT_EQ(r.err, "to err");
   EXPECT_EQ(r.exit_code, 3);
   EXPECT_FALSE(r.timed_out);
   EXPECT_EQ(r.term_signal, 0);
+
+  r = Shell("kill -TERM $$");
+  EXPECT_FALSE(r.timed_out);
+  EXPECT_EQ(r.exit_code, -1);
+  EXPECT_EQ(r.term_signal, SIGTERM);
 }
 
-TEST(RunProcess, FeedsBytesOnStandardInput) {
+TEST(RunProcess, StandardInputIsGivenBytesAGivenDescriptorOrNothing) {
   ProcessOptions options;
   options.stdin_bytes = std::string("bin\0ary\xff", 8);
   ProcessResult r = RunProcess("cat", {}, options);
@@ -37,17 +40,10 @@ TEST(RunProcess, FeedsBytesOnStandardInput) {
   r = RunProcess("cat", {}, options);
   EXPECT_EQ(r.out.size(), size_t{1} << 20);
   EXPECT_EQ(r.exit_code, 0);
-}
 
-TEST(RunProcess, StandardInputChoices) {
-  ProcessResult r = RunProcess("cat", {});  // /dev/null
+  r = RunProcess("cat", {});  // /dev/null
   EXPECT_EQ(r.out, "");
   EXPECT_EQ(r.exit_code, 0);
-
-  ProcessOptions closed;
-  closed.stdin_closed = true;
-  r = Shell("cat 2>/dev/null; echo $?", closed);
-  EXPECT_NE(r.out, "0\n");
 
   int fds[2];
   ASSERT_EQ(pipe(fds), 0);
@@ -69,15 +65,9 @@ TEST(RunProcess, EnvironmentAdditionsAndRemovals) {
   EXPECT_EQ(r.out, "bar|/elsewhere|unset");
 }
 
-TEST(RunProcess, WorkingDirectory) {
-  ProcessOptions options;
-  options.working_dir = "/";
-  EXPECT_EQ(Shell("pwd", options).out, "/\n");
-}
-
 TEST(RunProcess, HungProgramIsKilledAtTheLimit) {
   ProcessOptions options;
-  options.timeout = milliseconds(300);
+  options.timeout = std::chrono::milliseconds(300);
   const auto start = std::chrono::steady_clock::now();
   // The background child keeps the output pipe open; the whole group goes.
   const ProcessResult r = Shell("printf early; sleep 30 & sleep 30", options);
@@ -89,13 +79,6 @@ TEST(RunProcess, HungProgramIsKilledAtTheLimit) {
   EXPECT_LT(took, std::chrono::seconds(10));
 }
 
-TEST(RunProcess, ReportsAKillingSignal) {
-  const ProcessResult r = Shell("kill -TERM $$");
-  EXPECT_FALSE(r.timed_out);
-  EXPECT_EQ(r.exit_code, -1);
-  EXPECT_EQ(r.term_signal, SIGTERM);
-}
-
 TEST(RunProcess, MissingProgramDoesNotStart) {
   ProcessResult r = RunProcess("no-such-program-portwren", {});
   EXPECT_FALSE(r.started);
@@ -103,13 +86,6 @@ TEST(RunProcess, MissingProgramDoesNotStart) {
   r = RunProcess("/nonexistent/dir/prog", {});
   EXPECT_FALSE(r.started);
   EXPECT_NE(r.error.find("No such file"), std::string::npos) << r.error;
-}
-
-TEST(RunProcess, FindOnPath) {
-  const std::string sh = FindOnPath("sh");
-  EXPECT_FALSE(sh.empty());
-  EXPECT_TRUE(std::filesystem::path(sh).is_absolute() || sh.rfind("./", 0) == 0);
-  EXPECT_EQ(FindOnPath("no-such-program-portwren"), "");
 }
 
 TEST(RunProcess, NormalizeLineEndsTurnsOnlyCrLfIntoLf) {

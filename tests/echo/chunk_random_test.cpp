@@ -18,17 +18,14 @@ std::vector<uint32_t> Draws(EchoRandom& random, int count) {
 
 // From state 1: 1 * 214013 + 2531011 = 2745024 = 0x0029E2C0, >> 16 = 41; then
 // 2745024 * 214013 + 2531011 mod 2^32 = 0xC823F683, >> 16 & 0x7FFF = 0x4823 = 18467.
-TEST(EchoRandom, UnseededSequenceStartsFromStateOne) {
+TEST(EchoRandom, UnseededStartsFromStateOneAndSeedingRestarts) {
   EchoRandom random;
   EXPECT_EQ(Draws(random, 5), (std::vector<uint32_t>{41, 18467, 6334, 26500, 19169}));
-}
-
-TEST(EchoRandom, SeedingRestartsTheSequence) {
-  EchoRandom random(5566);
-  const std::vector<uint32_t> first = Draws(random, 3);
-  EXPECT_EQ(first, (std::vector<uint32_t>{18214, 31749, 2336}));
+  const std::vector<uint32_t> from_5566{18214, 31749, 2336};
+  EchoRandom seeded(5566);
+  EXPECT_EQ(Draws(seeded, 3), from_5566);
   random.Seed(5566);
-  EXPECT_EQ(Draws(random, 3), first);
+  EXPECT_EQ(Draws(random, 3), from_5566);
   random.Seed(1);
   EXPECT_EQ(random.Next(), 41u);
 }
@@ -41,20 +38,11 @@ TEST(EchoRandom, DrawsStayWithinFifteenBits) {
   EXPECT_GE(highest, 0x7F00u);
 }
 
-TEST(EchoRandom, EachThreadHasItsOwnState) {
+// The pushing thread draws a chunk's length, then that chunk's body words, from its own
+// generator: a fresh thread starts from state 1, so the length takes 41 and the first word 18467.
+TEST(EchoRandom, EachThreadDrawsLengthThenBodyFromItsOwnState) {
   SeedEchoRandom(5566);
   EXPECT_EQ(NextEchoRandom(), 18214u);
-  std::vector<uint32_t> other;
-  std::thread([&] {
-    for (int i = 0; i < 3; ++i) other.push_back(NextEchoRandom());
-  }).join();
-  EXPECT_EQ(other, (std::vector<uint32_t>{41, 18467, 6334}));
-  EXPECT_EQ(NextEchoRandom(), 31749u) << "the other thread's draws must not move this one";
-}
-
-// The pushing thread draws a chunk's length, then that chunk's body words, from one
-// generator: on a fresh thread the length takes 41 and the first body word 18467.
-TEST(EchoRandom, LengthDrawComesBeforeTheBodyDraws) {
   uint32_t length = 0;
   std::vector<uint8_t> chunk(64);
   std::thread([&] {
@@ -65,6 +53,7 @@ TEST(EchoRandom, LengthDrawComesBeforeTheBodyDraws) {
   EXPECT_EQ(length, 12u + 41 % 49);
   EXPECT_EQ(std::vector<uint8_t>(chunk.begin() + 12, chunk.begin() + 16),
             (std::vector<uint8_t>{0x23, 0x48, 0, 0}));
+  EXPECT_EQ(NextEchoRandom(), 31749u) << "the other thread's draws must not move this one";
 }
 
 }  // namespace

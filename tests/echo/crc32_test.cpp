@@ -2,9 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstring>
 #include <random>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -35,25 +34,16 @@ std::vector<uint8_t> NoiseBytes(size_t count, uint32_t seed) {
   return bytes;
 }
 
-uint32_t Crc32Of(const char* text) {
-  return Crc32(text, std::strlen(text));
-}
-
 TEST(Crc32, KnownValues) {
-  EXPECT_EQ(Crc32Of("123456789"), 0xCBF43926u);
-  EXPECT_EQ(Crc32Of("a"), 0xE8B7BE43u);
-  EXPECT_EQ(Crc32Of("The quick brown fox jumps over the lazy dog"), 0x414FA339u);
-  const std::vector<uint8_t> zeros(32, 0);
-  EXPECT_EQ(Crc32(zeros.data(), zeros.size()), 0x190A55ADu);
-  const uint8_t ones[3] = {0xFF, 0xFF, 0xFF};
-  EXPECT_EQ(Crc32(ones, 1), 0xFF000000u);
-  EXPECT_EQ(Crc32(ones, 3), 0xFFFFFF00u);
-}
-
-TEST(Crc32, EmptyInputIsZeroAndExtendsToItself) {
+  const auto crc = [](const std::string& bytes) { return Crc32(bytes.data(), bytes.size()); };
+  EXPECT_EQ(crc("123456789"), 0xCBF43926u);
+  EXPECT_EQ(crc("a"), 0xE8B7BE43u);
+  EXPECT_EQ(crc("The quick brown fox jumps over the lazy dog"), 0x414FA339u);
+  EXPECT_EQ(crc(std::string(32, '\0')), 0x190A55ADu);
+  EXPECT_EQ(crc("\xFF"), 0xFF000000u);
+  EXPECT_EQ(crc("\xFF\xFF\xFF"), 0xFFFFFF00u);
+  EXPECT_EQ(crc(""), 0u);
   EXPECT_EQ(Crc32(nullptr, 0), 0u);
-  const uint8_t byte = 0x5A;
-  EXPECT_EQ(Crc32(&byte, 0), 0u);
   EXPECT_EQ(Crc32Extend(0xCBF43926u, nullptr, 0), 0xCBF43926u);
 }
 
@@ -69,23 +59,14 @@ TEST(Crc32, MatchesBitwiseReferenceAtEveryLengthAndAlignment) {
   EXPECT_EQ(Crc32(big.data() + 3, big.size() - 3), ReferenceCrc32(big.data() + 3, big.size() - 3));
 }
 
+// Every split point, so the second piece starts at every phase of the sixteen-byte steps.
 TEST(Crc32, ExtendingPieceByPieceEqualsOneCall) {
   const std::vector<uint8_t> bytes = NoiseBytes(1000, 3);
   const uint32_t whole = Crc32(bytes.data(), bytes.size());
-  ASSERT_EQ(whole, ReferenceCrc32(bytes.data(), bytes.size()));
   for (size_t split = 0; split <= 100; ++split) {
     const uint32_t head = Crc32(bytes.data(), split);
     ASSERT_EQ(Crc32Extend(head, bytes.data() + split, bytes.size() - split), whole) << split;
   }
-  // Odd piece sizes, so the sixteen-byte steps start at every phase.
-  uint32_t crc = 0;
-  size_t done = 0;
-  for (size_t piece = 1; done < bytes.size(); piece = piece % 37 + 1) {
-    const size_t take = std::min(piece, bytes.size() - done);
-    crc = Crc32Extend(crc, bytes.data() + done, take);
-    done += take;
-  }
-  EXPECT_EQ(crc, whole);
 }
 
 // Run as its own process by CTest, so this really is the first use of the tables.

@@ -3,17 +3,15 @@
 #include "echo/echo_records.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdio>
-#include <fstream>
 #include <regex>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "console/run_settings.h"
 #include "echo/chunk_format.h"
+#include "common/log_files.h"
 #include "platform/os_core.h"
 
 namespace portwren {
@@ -24,7 +22,6 @@ class EchoRecordsTest : public testing::Test {
   void SetUp() override {
     ResetRunSettings();
     SetFormatLineEnd(1);  // the program's CR LF between dump rows
-    path_ = testing::TempDir() + "portwren_echo_records_" + std::to_string(getpid()) + ".log";
     ASSERT_TRUE(log_.Open(path_.c_str(), false, 8192));
   }
   void TearDown() override {
@@ -34,41 +31,28 @@ class EchoRecordsTest : public testing::Test {
     ResetRunSettings();
   }
 
-  // The file's text with each record's time replaced by [S]; every record must carry one.
+  // Every record must carry a time, which shows as [S] here.
   std::string Text() {
     log_.Flush();
-    std::ifstream in(path_, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return std::regex_replace(text.str(), std::regex(R"(\[\d{8}\.\d{6}\.\d{3}\])"), "[S]");
+    return testlog::ScrubStamps(testlog::FileText(path_));
   }
 
-  std::string path_;
+  std::string path_ = testlog::TempLogPath("echo_records");
   LogFileWriter log_;
 };
 
 const uint8_t kBytes[] = {0x10, 0x11, 0x12, 0x13, 0x14, 0x15, 0x16, 0x17, 0x18, 0x19,
                           0x1a, 0x1b, 0x1c, 0x1d, 0x1e, 0x1f, 0x20, 0x21, 0x22, 0x23};
 
-TEST(CompactTimeTest, RendersTheGivenTime) {
-  os::LocalTime t;
-  t.year = 2024;
-  t.month = 2;
-  t.day = 9;
-  t.hour = 7;
-  t.minute = 5;
-  t.second = 3;
-  t.milliseconds = 42;
+TEST(CompactTimeTest, RendersTheGivenTimeOrTheClocks) {
+  os::LocalTime t{
+      .year = 2024, .month = 2, .day = 9, .hour = 7, .minute = 5, .second = 3, .milliseconds = 42};
   FormatCallback callback;
   char text[40];
   FormatToBuffer(text, sizeof text, "[%F]", MakeFormatCallback(&callback, &RenderCompactTime, &t));
   EXPECT_STREQ("[20240209.070503.042]", text);
-}
 
-TEST(CompactTimeTest, NowIsTodaysDate) {
   const os::LocalTime now = os::GetLocalTime();
-  FormatCallback callback;
-  char text[40];
   FormatToBuffer(text, sizeof text, "%F", MakeFormatCallback(&callback, &RenderCompactTime, nullptr));
   char date[64];
   std::snprintf(date, sizeof date, "%04d%02d%02d.", now.year, now.month, now.day);
@@ -76,9 +60,14 @@ TEST(CompactTimeTest, NowIsTodaysDate) {
   EXPECT_TRUE(std::regex_match(text, std::regex(R"(\d{8}\.\d{6}\.\d{3})"))) << text;
 }
 
-TEST_F(EchoRecordsTest, ReadRecordsContinueTheDumpAcrossRows) {
+// Read records continue the dump across rows; out records show their status, and long
+// addresses are grouped.
+TEST_F(EchoRecordsTest, ReadAndOutRecords) {
   ASSERT_TRUE(LogReadRecord(&log_, 0, 0, kBytes, 4));
   ASSERT_TRUE(LogReadRecord(&log_, 1, 4, kBytes + 4, 16));
+  g_echolog_row_width = 8;
+  ASSERT_TRUE(LogOutRecord(&log_, 41, 0x12345, kBytes, 3, true));
+  ASSERT_TRUE(LogOutRecord(&log_, 42, 0x12348, kBytes, 2, false));
   EXPECT_EQ(
       "[S] #0: 4 bytes.\r\n"
       "------00-01-02-03-04-05-06-07-08-09-0A-0B-0C-0D-0E-0F\r\n"
@@ -88,15 +77,7 @@ TEST_F(EchoRecordsTest, ReadRecordsContinueTheDumpAcrossRows) {
       "------00-01-02-03-04-05-06-07-08-09-0A-0B-0C-0D-0E-0F\r\n"
       "0000:             14 15 16 17 18 19 1a 1b 1c 1d 1e 1f\r\n"
       "0010: 20 21 22 23.\r\n"
-      "\r\n",
-      Text());
-}
-
-TEST_F(EchoRecordsTest, OutRecordsShowTheirStatusAndGroupLongAddresses) {
-  g_echolog_row_width = 8;
-  ASSERT_TRUE(LogOutRecord(&log_, 41, 0x12345, kBytes, 3, true));
-  ASSERT_TRUE(LogOutRecord(&log_, 42, 0x12348, kBytes, 2, false));
-  EXPECT_EQ(
+      "\r\n"
       "[S] #41: 3 bytes: \r\n"
       "-----------00-01-02-03-04-05-06-07\r\n"
       "0001.2340:                10 11 12.\r\n"

@@ -2,98 +2,87 @@
 #include "echo/log_file_writer.h"
 
 #include <gtest/gtest.h>
-
 #include <unistd.h>
 
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "common/log_files.h"
+
 namespace portwren {
 namespace {
 
+using testlog::FileText;
+
 class LogFileWriterTest : public testing::Test {
  protected:
-  void SetUp() override {
-    path_ = testing::TempDir() + "pw_log_writer_" + std::to_string(::getpid()) + "_" +
-            testing::UnitTest::GetInstance()->current_test_info()->name() + ".log";
-  }
   void TearDown() override { ::unlink(path_.c_str()); }
-
-  std::string FileText() const {
-    std::ifstream in(path_, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-  }
-
-  std::string path_;
+  std::string path_ = testlog::TempLogPath("log_writer");
 };
 
-TEST_F(LogFileWriterTest, SmallWritesWaitInTheBufferUntilFlushed) {
+// One buffering branch: the writes, then what the file holds and how many file writes made it,
+// before the flush and after it.
+struct BufferingCase {
+  const char* name;
+  uint32_t capacity;
+  std::vector<std::string> pieces;
+  std::string before_flush;
+  uint64_t writes_before;
+  std::string after_flush;
+  uint64_t writes_after;
+};
+
+void PrintTo(const BufferingCase& c, std::ostream* out) {
+  *out << c.name;
+}
+
+class LogFileBufferingTest : public LogFileWriterTest, public testing::WithParamInterface<BufferingCase> {};
+
+TEST_P(LogFileBufferingTest, FileHoldsWhatTheBranchWrote) {
+  const BufferingCase& c = GetParam();
   LogFileWriter w;
-  ASSERT_TRUE(w.Open(path_.c_str(), false, 16));
-  EXPECT_TRUE(w.Write("abc", 3));
-  EXPECT_TRUE(w.Write("defg", 4));
-  EXPECT_EQ("", FileText());
-  EXPECT_EQ(0u, w.Writes());
+  ASSERT_TRUE(w.Open(path_.c_str(), false, c.capacity));
+  for (const std::string& piece : c.pieces)
+    EXPECT_TRUE(w.Write(piece.data(), static_cast<uint32_t>(piece.size())));
+  EXPECT_EQ(c.before_flush, FileText(path_));
+  EXPECT_EQ(c.writes_before, w.Writes());
   EXPECT_TRUE(w.Flush());
-  EXPECT_EQ("abcdefg", FileText());
-  EXPECT_EQ(1u, w.Writes());
-  EXPECT_EQ(7u, w.BytesWritten());
+  EXPECT_EQ(c.after_flush, FileText(path_));
+  EXPECT_EQ(c.writes_after, w.Writes());
+  EXPECT_EQ(c.after_flush.size(), w.BytesWritten());
   EXPECT_TRUE(w.Flush()) << "an empty buffer flushes successfully";
-  EXPECT_EQ(1u, w.Writes());
+  EXPECT_EQ(c.writes_after, w.Writes());
 }
 
-TEST_F(LogFileWriterTest, ExactlyCapacityIntoAnEmptyBufferGoesStraightToTheFile) {
-  LogFileWriter w;
-  ASSERT_TRUE(w.Open(path_.c_str(), false, 8));
-  EXPECT_TRUE(w.Write("12345678", 8));
-  EXPECT_EQ("12345678", FileText());
-  EXPECT_EQ(1u, w.Writes());
-}
+INSTANTIATE_TEST_SUITE_P(
+    Branches, LogFileBufferingTest,
+    testing::Values(
+        BufferingCase{"SmallWritesWaitForTheFlush", 16, {"abc", "defg"}, "", 0, "abcdefg", 1},
+        BufferingCase{
+            "ExactlyCapacityIntoAnEmptyBufferGoesStraightOut", 8, {"12345678"}, "12345678", 1, "12345678", 1},
+        // capacity - 1, then two: one full-buffer write, and the byte left over follows.
+        BufferingCase{"FillFlushAndKeepTheRest", 8, {"1234567", "89"}, "12345678", 1, "123456789", 2},
+        // 2 + 6 = two buffers: the buffered bytes, then the data in one write.
+        BufferingCase{"TwoBuffersWorthIsWrittenDirectly", 4, {"ab", "cdefgh"}, "abcdefgh", 2, "abcdefgh", 2}),
+    [](const testing::TestParamInfo<BufferingCase>& p) { return std::string(p.param.name); });
 
-TEST_F(LogFileWriterTest, FillFlushAndKeepTheRest) {
-  LogFileWriter w;
-  ASSERT_TRUE(w.Open(path_.c_str(), false, 8));
-  EXPECT_TRUE(w.Write("1234567", 7));  // capacity - 1
-  EXPECT_TRUE(w.Write("89", 2));
-  EXPECT_EQ("12345678", FileText()) << "one full-buffer write";
-  EXPECT_EQ(1u, w.Writes());
-  EXPECT_TRUE(w.Flush());
-  EXPECT_EQ("123456789", FileText()) << "the one byte left over followed";
-  EXPECT_EQ(2u, w.Writes());
-}
-
-TEST_F(LogFileWriterTest, DataThatWouldFillTwoBuffersIsWrittenDirectly) {
-  LogFileWriter w;
-  ASSERT_TRUE(w.Open(path_.c_str(), false, 4));
-  EXPECT_TRUE(w.Write("ab", 2));
-  EXPECT_TRUE(w.Write("cdefgh", 6));  // 2 + 6 = two buffers
-  EXPECT_EQ("abcdefgh", FileText());
-  EXPECT_EQ(2u, w.Writes()) << "the buffered bytes, then the data in one write";
-  EXPECT_EQ(8u, w.BytesWritten());
-}
-
-TEST_F(LogFileWriterTest, CleanOpenCutsTheFileAndAppendKeepsIt) {
-  {
-    std::ofstream(path_) << "old text\n";
-  }
+TEST_F(LogFileWriterTest, AppendOpenKeepsTheFileCleanOpenCutsItPrintFormats) {
+  std::ofstream(path_) << "old text\n";
   LogFileWriter w;
   ASSERT_TRUE(w.Open(path_.c_str(), true, 64));
   EXPECT_TRUE(w.Write("more\n", 5));
   EXPECT_TRUE(w.FlushAndClose());
-  EXPECT_EQ("old text\nmore\n", FileText());
+  EXPECT_EQ("old text\nmore\n", FileText(path_));
   ASSERT_TRUE(w.Open(path_.c_str(), false, 64));
-  EXPECT_TRUE(w.Write("new\n", 4));
+  EXPECT_TRUE(w.Print("out %u bytes:%s%D\r\n", 12u, " ", 1234567)) << "formatted straight into the writer";
   EXPECT_TRUE(w.FlushAndClose());
-  EXPECT_EQ("new\n", FileText());
+  EXPECT_EQ("out 12 bytes: 1 234 567\r\n", FileText(path_));
   EXPECT_FALSE(w.IsOpen());
 }
 
-TEST_F(LogFileWriterTest, RefusedOpens) {
+TEST_F(LogFileWriterTest, RefusedOpensLeaveAWriterThatRefusesEverything) {
   LogFileWriter w;
   EXPECT_FALSE(w.Open(path_.c_str(), false, 0));
   EXPECT_FALSE(w.IsOpen());
@@ -102,14 +91,6 @@ TEST_F(LogFileWriterTest, RefusedOpens) {
   EXPECT_FALSE(w.Write("x", 1));
   EXPECT_FALSE(w.Flush());
   EXPECT_FALSE(w.FlushAndClose());
-}
-
-TEST_F(LogFileWriterTest, RecordsAreFormattedStraightIntoTheWriter) {
-  LogFileWriter w;
-  ASSERT_TRUE(w.Open(path_.c_str(), false, 32));
-  EXPECT_TRUE(w.Print("out %u bytes:%s%D\r\n", 12u, " ", 1234567));
-  EXPECT_TRUE(w.FlushAndClose());
-  EXPECT_EQ("out 12 bytes: 1 234 567\r\n", FileText());
 }
 
 TEST_F(LogFileWriterTest, AFullDiskErrorIsStickyAndReported) {
@@ -139,7 +120,7 @@ TEST_F(LogFileWriterTest, ThreadsNeverInterleaveInsideAPiece) {
   }
   for (auto& th : threads) th.join();
   EXPECT_TRUE(w.FlushAndClose());
-  const std::string text = FileText();
+  const std::string text = FileText(path_);
   ASSERT_EQ(4u * 300u * 299u, text.size());
   for (size_t at = 0; at < text.size(); at += 299) {
     const std::string line = text.substr(at, 299);

@@ -17,8 +17,10 @@
 namespace portwren {
 namespace {
 
-std::string Captured(void (*print)()) {
+// What `print` puts on standard output, run with `last_error` as the thread's last error.
+std::string Captured(void (*print)(), uint32_t last_error = 0) {
   testing::internal::CaptureStdout();
+  os::SetLastError(last_error);
   print();
   std::fflush(stdout);
   return testing::internal::GetCapturedStdout();
@@ -33,97 +35,71 @@ class ConsoleLogTest : public testing::Test {
   }
 };
 
-TEST(DwordTextTest, SpecialValuesAndDecimal) {
-  char buf[16] = "untouched";
+TEST(TextsTest, DwordSizeAndRate) {
+  char buf[32] = "untouched";
   EXPECT_STREQ("MAXDWORD", DwordText(0xFFFFFFFFu, buf, sizeof buf));
   EXPECT_STREQ("MAXDWORD-1", DwordText(0xFFFFFFFEu, buf, sizeof buf));
   EXPECT_STREQ("MAXDWORD-2", DwordText(0xFFFFFFFDu, buf, sizeof buf));
   EXPECT_STREQ("untouched", buf) << "constant texts leave the buffer alone";
   EXPECT_STREQ("4294967292", DwordText(0xFFFFFFFCu, buf, sizeof buf));
   EXPECT_STREQ("0", DwordText(0, buf, sizeof buf));
-}
 
-TEST(SizeTextTest, ScalesAtEachThreshold) {
-  char buf[32];
-  EXPECT_STREQ("999 B", SizeText(999, "B", buf, sizeof buf));
-  EXPECT_STREQ("1.00 KB", SizeText(1000, "B", buf, sizeof buf));
-  EXPECT_STREQ("1.50 KB", SizeText(1500, "B", buf, sizeof buf));
-  EXPECT_STREQ("999.99 KB", SizeText(999990, "B", buf, sizeof buf));
-  EXPECT_STREQ("1.00 MB", SizeText(1000000, "B", buf, sizeof buf));
-  EXPECT_STREQ("1.00 GB", SizeText(1000000000ULL, "B", buf, sizeof buf));
-  EXPECT_STREQ("18446744073.71 GB", SizeText(~0ULL, "B", buf, sizeof buf));
-  EXPECT_STREQ("0 B", SizeText(0, "B", buf, sizeof buf));
-}
-
-TEST(SizeTextTest, TruncatesToTheBuffer) {
-  char buf[5];
-  EXPECT_STREQ("1.50", SizeText(1500, "B", buf, sizeof buf));
-}
-
-TEST(SizeTextTest, RateIsBytesPerSecond) {
-  char buf[32];
+  const std::pair<uint64_t, const char*> sizes[] = {
+      {0, "0 B"}, {999, "999 B"}, {1000, "1.00 KB"}, {1500, "1.50 KB"}, {999990, "999.99 KB"},
+      {1000000, "1.00 MB"}, {1000000000ULL, "1.00 GB"}, {~0ULL, "18446744073.71 GB"}};
+  for (const auto& [count, text] : sizes) EXPECT_STREQ(text, SizeText(count, "B", buf, sizeof buf)) << count;
+  EXPECT_STREQ("1.50", SizeText(1500, "B", buf, 5));  // cut to the buffer
   EXPECT_STREQ("1.50 KB/s", RateText(1500, 1000, buf, sizeof buf));
   EXPECT_STREQ("999 B/s", RateText(999, 1000, buf, sizeof buf));
   EXPECT_STREQ("3.00 KB/s", RateText(1500, 500, buf, sizeof buf));
 }
 
-TEST(ErrorNamesTest, EveryRowAndTheUnknownCode) {
-  const std::pair<uint32_t, const char*> rows[] = {
+// Each name must read the same in the narrow and the wide table.
+void ExpectNames(const char* name, const char* narrow, const char16_t* wide, uint32_t code) {
+  EXPECT_STREQ(name, narrow) << code;
+  EXPECT_EQ(std::u16string(name, name + std::strlen(name)), std::u16string(wide)) << code;
+}
+
+TEST(ErrorNamesTest, EveryRowAndTheUnknownCodes) {
+  const std::pair<uint32_t, const char*> errors[] = {
       {0, "ERROR_SUCCESS"}, {1, "ERROR_INVALID_FUNCTION"}, {2, "ERROR_FILE_NOT_FOUND"},
       {3, "ERROR_PATH_NOT_FOUND"}, {5, "ERROR_ACCESS_DENIED"}, {6, "ERROR_INVALID_HANDLE"},
       {21, "ERROR_NOT_READY"}, {995, "ERROR_OPERATION_ABORTED"}, {997, "ERROR_IO_PENDING"},
       {8, "ERROR_NOT_ENOUGH_MEMORY"}, {14, "ERROR_OUTOFMEMORY"}, {22, "ERROR_BAD_COMMAND"},
       {87, "ERROR_INVALID_PARAMETER"}, {1460, "ERROR_TIMEOUT"}, {1167, "ERROR_DEVICE_NOT_CONNECTED"},
       {55, "ERROR_DEV_NOT_EXIST"}, {122, "ERROR_INSUFFICIENT_BUFFER"}, {998, "ERROR_NOACCESS"},
-      {31, "ERROR_GEN_FAILURE"}, {121, "ERROR_SEM_TIMEOUT"}, {123, "ERROR_INVALID_NAME"}};
-  for (const auto& [code, name] : rows) {
-    EXPECT_STREQ(name, WinErrName(code)) << code;
-    const std::u16string wide(WinErrNameW(code));
-    EXPECT_EQ(std::u16string(name, name + std::strlen(name)), wide) << code;
+      {31, "ERROR_GEN_FAILURE"}, {121, "ERROR_SEM_TIMEOUT"}, {123, "ERROR_INVALID_NAME"},
+      {4, "UnknownWinErrCode"}, {996, "UnknownWinErrCode"}, {0xFFFFFFFFu, "UnknownWinErrCode"}};
+  for (const auto& [code, name] : errors) ExpectNames(name, WinErrName(code), WinErrNameW(code), code);
+  const std::pair<uint32_t, const char*> problems[] = {
+      {1, "CM_PROB_NOT_CONFIGURED"}, {10, "CM_PROB_FAILED_START"}, {18, "CM_PROB_REINSTALL"},
+      {22, "CM_PROB_DISABLED"}, {47, "CM_PROB_HELD_FOR_EJECT"}, {52, "CM_PROB_UNSIGNED_DRIVER"},
+      {0, "UnknownProblemCode"}, {2, "UnknownProblemCode"}};
+  for (const auto& [code, name] : problems) {
+    ExpectNames(name, ProblemCodeName(code), ProblemCodeNameW(code), code);
   }
-  EXPECT_STREQ("UnknownWinErrCode", WinErrName(4));
-  EXPECT_STREQ("UnknownWinErrCode", WinErrName(0xFFFFFFFFu));
-  EXPECT_EQ(std::u16string(u"UnknownWinErrCode"), WinErrNameW(996));
 }
 
-TEST(ErrorNamesTest, ProblemCodes) {
-  EXPECT_STREQ("CM_PROB_NOT_CONFIGURED", ProblemCodeName(1));
-  EXPECT_STREQ("CM_PROB_FAILED_START", ProblemCodeName(10));
-  EXPECT_STREQ("CM_PROB_REINSTALL", ProblemCodeName(18));
-  EXPECT_STREQ("CM_PROB_DISABLED", ProblemCodeName(22));
-  EXPECT_STREQ("CM_PROB_HELD_FOR_EJECT", ProblemCodeName(47));
-  EXPECT_STREQ("CM_PROB_UNSIGNED_DRIVER", ProblemCodeName(52));
-  EXPECT_STREQ("UnknownProblemCode", ProblemCodeName(0));
-  EXPECT_EQ(std::u16string(u"CM_PROB_DISABLED"), ProblemCodeNameW(22));
-  EXPECT_EQ(std::u16string(u"UnknownProblemCode"), ProblemCodeNameW(2));
+// The marks a new thread shows: unregistered, registered as `role`, unregistered again.
+std::string MarksOfANewThread(ThreadRole role) {
+  std::string marks;
+  std::thread([&] {
+    marks += ThreadMark();
+    RegisterThread(role);
+    marks += ThreadMark();
+    UnregisterThread(role);
+    marks += ThreadMark();
+  }).join();
+  return marks;
 }
 
 TEST(ThreadMarkTest, MarksFollowTheRegistry) {
   RegisterThread(ThreadRole::kMain);
   EXPECT_EQ(' ', ThreadMark());
-  char other = 0, reader = 0, after = 0;
-  std::thread([&] {
-    other = ThreadMark();
-    RegisterThread(ThreadRole::kReader);
-    reader = ThreadMark();
-    UnregisterThread(ThreadRole::kReader);
-    after = ThreadMark();
-  }).join();
-  EXPECT_EQ('?', other);
-  EXPECT_EQ('#', reader);
-  EXPECT_EQ('?', after);
-  const std::pair<ThreadRole, char> roles[] = {{ThreadRole::kCommMonitor, '*'},
-                                               {ThreadRole::kEchoPush, '>'},
-                                               {ThreadRole::kEchoPull, '<'}};
-  for (const auto& [role, mark] : roles) {
-    char seen = 0;
-    std::thread([&, role = role] {
-      RegisterThread(role);
-      seen = ThreadMark();
-      UnregisterThread(role);
-    }).join();
-    EXPECT_EQ(mark, seen);
-  }
+  EXPECT_EQ("?#?", MarksOfANewThread(ThreadRole::kReader));
+  EXPECT_EQ("?*?", MarksOfANewThread(ThreadRole::kCommMonitor));
+  EXPECT_EQ("?>?", MarksOfANewThread(ThreadRole::kEchoPush));
+  EXPECT_EQ("?<?", MarksOfANewThread(ThreadRole::kEchoPull));
   UnregisterThread(ThreadRole::kMain);
   EXPECT_EQ('?', ThreadMark());
 }
@@ -138,107 +114,71 @@ void FakeSleep(uint32_t ms) {
 }
 const LogClock kFakeClock{&FakeTick, &FakeSleep};
 
-TEST_F(ConsoleLogTest, Tick100WaitsForTheNextBoundary) {
+TEST_F(ConsoleLogTest, TicksWaitForTheNextBoundaryOnlyWhenOffIt) {
   SetLogClock(&kFakeClock);
   g_fake_tick = 12345;
   g_fake_sleeps = 0;
-  const std::string out = Captured([] { LogTick100("value %d", 7); });
-  EXPECT_EQ(" [12.400] value 7\n", out);
+  EXPECT_EQ(" [12.400] value 7\n", Captured([] { LogTick100("value %d", 7); }));
   EXPECT_EQ(55, g_fake_sleeps);
-}
-
-TEST_F(ConsoleLogTest, TickOnABoundaryOrWithoutPeriodDoesNotWait) {
-  SetLogClock(&kFakeClock);
-  g_fake_tick = 12400;
-  g_fake_sleeps = 0;
+  g_fake_sleeps = 0;  // on a boundary, or without a period: no wait
   EXPECT_EQ(" [12.400] on it\n", Captured([] { LogTick100("on it"); }));
   g_fake_tick = 5007;
   EXPECT_EQ(" [5.007] now\n", Captured([] { LogTickNow("now"); }));
   EXPECT_EQ(0, g_fake_sleeps);
+  g_fake_tick = 0xFFFFFFF0u;  // the next boundary lies past the 32-bit wrap: the wait still ends
+  EXPECT_NE(std::string::npos, Captured([] { LogTick(100, "wrapped"); }).find("] wrapped\n"));
 }
 
-TEST_F(ConsoleLogTest, TickNearTheWrapEndsTheWait) {
-  SetLogClock(&kFakeClock);
-  g_fake_tick = 0xFFFFFFF0u;  // the next boundary lies past the 32-bit wrap
-  const std::string out = Captured([] { LogTick(100, "wrapped"); });
-  EXPECT_NE(std::string::npos, out.find("] wrapped\n"));
-}
-
-TEST_F(ConsoleLogTest, PlainLineHasNoPrefix) {
+TEST_F(ConsoleLogTest, PlainLinesAreCutStampedOnesCarryDateAndTime) {
   EXPECT_EQ("plain 1 two\n", Captured([] { LogPrint("plain %d %s", 1, "two"); }));
-}
-
-TEST_F(ConsoleLogTest, LongLinesAreCut) {
-  const std::string out = Captured([] {
-    std::string text(3000, 'x');
-    LogPrint("%s", text.c_str());
-  });
-  EXPECT_EQ(std::string(999, 'x') + "\n", out);
-}
-
-TEST_F(ConsoleLogTest, StampedLinesCarryDateAndTime) {
+  EXPECT_EQ(std::string(999, 'x') + "\n", Captured([] { LogPrint("%s", std::string(3000, 'x').c_str()); }));
   const std::string seconds = Captured([] { LogStamp("hello %d", 42); });
   EXPECT_TRUE(std::regex_match(seconds, std::regex(R"( \[\d{4}-\d\d-\d\d_\d\d:\d\d:\d\d\] hello 42\n)")))
       << seconds;
   const std::string ms = Captured([] { LogStampMs("x"); });
   EXPECT_TRUE(std::regex_match(ms, std::regex(R"( \[\d{4}-\d\d-\d\d_\d\d:\d\d:\d\d\.\d{3}\] x\n)"))) << ms;
-}
-
-TEST_F(ConsoleLogTest, StampToBufferHasNoMarkNorLineEnd) {
+  // Into a buffer: no thread mark, no line end.
   char buf[64];
   const int32_t count = StampToBuffer(true, buf, sizeof buf, "n=%u", 5u);
   EXPECT_EQ(static_cast<int32_t>(std::strlen(buf)), count);
   EXPECT_TRUE(std::regex_match(buf, std::regex(R"(\[\d{4}-\d\d-\d\d_\d\d:\d\d:\d\d\.\d{3}\] n=5)"))) << buf;
 }
 
-TEST_F(ConsoleLogTest, WinErrReportsOnlyFailures) {
-  EXPECT_EQ("", Captured([] {
-              os::SetLastError(5);
-              WinErrPrint(1, "never");
-              WinErrTick(7, "never");
-              WinErrStamp(-1, "never");
-              WinErrStampMs(1, "never");
-            }));
-  EXPECT_EQ("CreateFile('COM3') fail. WinErr=2(ERROR_FILE_NOT_FOUND)\n", Captured([] {
-              os::SetLastError(2);
-              WinErrPrint(0, "CreateFile('%s') fail.", "COM3");
-            }));
-  EXPECT_EQ("odd WinErr=4(UnknownWinErrCode)\n", Captured([] {
-              os::SetLastError(4);
-              WinErrPrint(0, "odd");
-            }));
-}
-
-TEST_F(ConsoleLogTest, WinErrFormsUseTheirLineForms) {
+TEST_F(ConsoleLogTest, WinErrReportsOnlyFailuresInTheirLineForms) {
+  const auto never = [] {
+    WinErrPrint(1, "never");
+    WinErrTick(7, "never");
+    WinErrStamp(-1, "never");
+    WinErrStampMs(1, "never");
+  };
+  EXPECT_EQ("", Captured(never, 5));
+  EXPECT_EQ("CreateFile('COM3') fail. WinErr=2(ERROR_FILE_NOT_FOUND)\n",
+            Captured([] { WinErrPrint(0, "CreateFile('%s') fail.", "COM3"); }, 2));
+  EXPECT_EQ("odd WinErr=4(UnknownWinErrCode)\n", Captured([] { WinErrPrint(0, "odd"); }, 4));
   SetLogClock(&kFakeClock);
   g_fake_tick = 61001;
-  EXPECT_EQ(" [61.001] Result: ReadFile async fail. WinErr=995(ERROR_OPERATION_ABORTED)\n", Captured([] {
-              os::SetLastError(995);
-              WinErrTick(0, "Result: ReadFile async fail.");
-            }));
-  const std::string stamp = Captured([] {
-    os::SetLastError(87);
-    WinErrStampMs(0, "PurgeComm() error.");
-  });
+  EXPECT_EQ(" [61.001] Result: ReadFile async fail. WinErr=995(ERROR_OPERATION_ABORTED)\n",
+            Captured([] { WinErrTick(0, "Result: ReadFile async fail."); }, 995));
+  const std::string stamp = Captured([] { WinErrStampMs(0, "PurgeComm() error."); }, 87);
   EXPECT_TRUE(std::regex_match(
-      stamp, std::regex(R"( \[[0-9_:.-]+\.\d{3}\] PurgeComm\(\) error\. WinErr=87\(ERROR_INVALID_PARAMETER\)\n)")))
+      stamp,
+      std::regex(R"( \[[0-9_:.-]+\.\d{3}\] PurgeComm\(\) error\. WinErr=87\(ERROR_INVALID_PARAMETER\)\n)")))
       << stamp;
+}
+
+std::string EpochText(int64_t ms) {
+  FormatCallback cb;
+  char buf[64];
+  FormatToBuffer(buf, sizeof buf, "<%F>", MakeFormatCallback(&cb, &RenderEpochMs, &ms));
+  return buf;
 }
 
 TEST(RenderTest, EpochMillisecondsInLocalTime) {
   setenv("TZ", "UTC", 1);
   tzset();
-  int64_t ms = 1700000000123LL;
-  FormatCallback cb;
-  char buf[64];
-  FormatToBuffer(buf, sizeof buf, "<%F>", MakeFormatCallback(&cb, &RenderEpochMs, &ms));
-  EXPECT_STREQ("<2023-11-14_22:13:20.123>", buf);
-  ms = 0;
-  FormatToBuffer(buf, sizeof buf, "<%F>", MakeFormatCallback(&cb, &RenderEpochMs, &ms));
-  EXPECT_STREQ("<(none)>", buf);
-  ms = -5;
-  FormatToBuffer(buf, sizeof buf, "<%F>", MakeFormatCallback(&cb, &RenderEpochMs, &ms));
-  EXPECT_STREQ("<>", buf);
+  EXPECT_EQ("<2023-11-14_22:13:20.123>", EpochText(1700000000123LL));
+  EXPECT_EQ("<(none)>", EpochText(0));
+  EXPECT_EQ("<>", EpochText(-5));
 }
 
 TEST_F(ConsoleLogTest, LinesOfDifferentThreadsStayWhole) {

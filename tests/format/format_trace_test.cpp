@@ -1,4 +1,5 @@
 // The directive trace: one header line per format, one line per piece, never of itself.
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -7,17 +8,19 @@
 namespace portwren {
 namespace {
 
-using testing_format::CollectPiece;
+using testing_format::Counted;
+using testing_format::InBuffer;
 using testing_format::Pieces;
+using Lines = std::vector<std::string>;
 
-void CollectLine(void* context, const char* text) { static_cast<std::vector<std::string>*>(context)->push_back(text); }
+void CollectLine(void* context, const char* text) { static_cast<Lines*>(context)->push_back(text); }
 
 // A writer that formats the line itself, as a real one printing through the engine would.
 void ReformatLine(void* context, const char* text) {
   char copy[256];
   FormatToBuffer(copy, sizeof copy, "%s", text);
   FormatPrint("%s", "");
-  static_cast<std::vector<std::string>*>(context)->push_back(copy);
+  static_cast<Lines*>(context)->push_back(copy);
 }
 
 class FormatTrace : public ::testing::Test {
@@ -30,14 +33,12 @@ class FormatTrace : public ::testing::Test {
     SetFormatTrace(nullptr, nullptr);
     SetFormatLineEnd(0);
   }
-  std::vector<std::string> lines_;
+  Lines lines_;
 };
 
 TEST_F(FormatTrace, HeaderThenOneLinePerPiece) {
-  char buffer[32];
-  EXPECT_EQ(7, FormatToBuffer(buffer, sizeof buffer, "a%5db", 42));
-  EXPECT_STREQ("a   42b", buffer);
-  const std::vector<std::string> expected{
+  EXPECT_EQ(Counted(7, "a   42b"), InBuffer(32, "a%5db", 42));
+  const Lines expected{
       "  <<fmtstring>>(@lv1): a%5db\n",
       "  <a> fmtpos:0+1 width:false preci:false stock:0(@lv1) outpos:0+1 (~0+1)\n",
       "  <%5d> fmtpos:1+3 width:true,5 preci:false stock:0(@lv1) outpos:1+3 (~1+3)\n",
@@ -50,10 +51,8 @@ TEST_F(FormatTrace, HeaderThenOneLinePerPiece) {
 TEST_F(FormatTrace, NestedFormatIsIndentedOneLevelDeeper) {
   NestedFormat nested;
   MakeNestedFormat(&nested, "<%.2d>", nullptr);
-  char buffer[32];
-  EXPECT_EQ(6, FormatToBuffer(buffer, sizeof buffer, "x%wy", &nested));
-  EXPECT_STREQ("x<00>y", buffer);
-  const std::vector<std::string> expected{
+  EXPECT_EQ(Counted(6, "x<00>y"), InBuffer(32, "x%wy", &nested));
+  const Lines expected{
       "  <<fmtstring>>(@lv1): x%wy\n",
       "  <x> fmtpos:0+1 width:false preci:false stock:0(@lv1) outpos:0+1 (~0+1)\n",
       "    <<fmtstring>>(@lv2): <%.2d>\n",
@@ -65,11 +64,14 @@ TEST_F(FormatTrace, NestedFormatIsIndentedOneLevelDeeper) {
   EXPECT_EQ(expected, lines_);
 }
 
-TEST_F(FormatTrace, StarValuesAndTheEngineLineEnd) {
+TEST_F(FormatTrace, DumpPiecesStarValuesAndTheEngineLineEnd) {
+  const unsigned char data[] = {1, 2};
+  InBuffer(32, "%k%*m", " ", 2, data);
   SetFormatLineEnd(1);
-  char buffer[32];
-  FormatToBuffer(buffer, sizeof buffer, "%-*.*s", -3, 1, "xyz");
-  const std::vector<std::string> expected{
+  InBuffer(32, "%-*.*s", -3, 1, "xyz");
+  const Lines expected{
+      "  <<fmtstring>>(@lv1): %k%*m\n",
+      "  <%*m> fmtpos:2+3 width:true,2 preci:false stock:0(@lv1) outpos:0+5 (~0+5)\n",
       "  <<fmtstring>>(@lv1): %-*.*s\r\n",
       "  <%-*.*s> fmtpos:0+6 width:true,3 preci:true,1 stock:0(@lv1) outpos:0+1 (~0+1)\r\n",
       "  <%-*.*s> fmtpos:0+6 width:true,3 preci:true,1 stock:0(@lv1) outpos:1+2 (~1+2)\r\n",
@@ -79,13 +81,10 @@ TEST_F(FormatTrace, StarValuesAndTheEngineLineEnd) {
 
 TEST_F(FormatTrace, BasePositionOfTheSinkIsTheStock) {
   Pieces<char> pieces;
-  FormatSink sink;
-  sink.writer = &CollectPiece<char>;
-  sink.context = &pieces;
-  sink.base_pos = 100;
-  sink.level = 1;
-  FormatToSink(&sink, "ab");
-  const std::vector<std::string> expected{
+  pieces.sink.base_pos = 100;
+  pieces.sink.level = 1;
+  FormatToSink(&pieces.sink, "ab");
+  const Lines expected{
       "    <<fmtstring>>(@lv2): ab\n",
       "    <ab> fmtpos:0+2 width:false preci:false stock:100(@lv2) outpos:0+2 (~100+2)\n",
   };
@@ -94,54 +93,44 @@ TEST_F(FormatTrace, BasePositionOfTheSinkIsTheStock) {
 }
 
 TEST_F(FormatTrace, RecordHandedToThePieceWriter) {
-  struct Seen {
-    std::vector<FormatTraceRecord> records;
-  } seen;
+  std::vector<FormatTraceRecord> records;
   FormatSink sink;
-  sink.context = &seen;
+  sink.context = &records;
   sink.writer = [](void* context, const char*, int32_t, const FormatTraceRecord* trace) {
-    if (trace != nullptr) static_cast<Seen*>(context)->records.push_back(*trace);
+    if (trace != nullptr) static_cast<std::vector<FormatTraceRecord>*>(context)->push_back(*trace);
   };
   sink.base_pos = 7;
   FormatToSink(&sink, "-%08.3f", 1.5);
-  ASSERT_EQ(3u, seen.records.size());
-  const FormatTraceRecord& zeros = seen.records[1];
-  EXPECT_EQ(std::string("%08.3f"), std::string(zeros.directive, static_cast<std::size_t>(zeros.directive_length)));
-  EXPECT_EQ(1, zeros.format_offset);
-  EXPECT_TRUE(zeros.width_given);
-  EXPECT_EQ(8, zeros.width);
-  EXPECT_TRUE(zeros.precision_given);
-  EXPECT_EQ(3, zeros.precision);
-  EXPECT_EQ(1u, zeros.level);
-  EXPECT_EQ(7, zeros.base_pos);
-  EXPECT_EQ(1, zeros.count);
-  EXPECT_EQ(4, seen.records[2].count);
+  ASSERT_EQ(3u, records.size());
+  const FormatTraceRecord& r = records[1];  // the zeros of the padding
+  char fields[128];
+  std::snprintf(fields, sizeof fields, "%.*s at %d width %d,%d precision %d,%d level %u base %d count %d",
+                r.directive_length, r.directive, r.format_offset, r.width_given, r.width, r.precision_given,
+                r.precision, r.level, r.base_pos, r.count);
+  EXPECT_STREQ("%08.3f at 1 width 1,8 precision 1,3 level 1 base 7 count 1", fields);
+  EXPECT_EQ(4, records[2].count);
 }
 
-TEST_F(FormatTrace, QuietFormattingIsNotTraced) {
-  char buffer[32];
+TEST_F(FormatTrace, NothingTracedWhenQuietSwitchedOffOrWithoutPieces) {
+  char buffer[8];
   EXPECT_EQ(3, FormatQuiet(buffer, sizeof buffer, "%d", 123));
-  FormatSink sink;
-  sink.buffer = buffer;
-  sink.room = sizeof buffer;
-  sink.quiet = true;
+  EXPECT_STREQ("123", buffer);
   NestedFormat nested;
   MakeNestedFormat(&nested, "inner", nullptr);
-  FormatToSink(&sink, "x%wy", &nested);  // quiet reaches the child too
-  EXPECT_STREQ("xinnery", buffer);
+  Pieces<char> quiet;
+  quiet.sink.quiet = true;
+  FormatToSink(&quiet.sink, "x%wy", &nested);  // quiet reaches the child too
+  EXPECT_EQ("xinnery", quiet.text);
+  EXPECT_EQ(0, quiet.traced);
+  InBuffer(8, "%s%T", "", ",");  // a format without pieces has no header
   EXPECT_TRUE(lines_.empty());
-}
-
-TEST_F(FormatTrace, AFormatWithoutPiecesHasNoHeader) {
-  char buffer[8];
-  FormatToBuffer(buffer, sizeof buffer, "%s%T", "", ",");
+  SetFormatTrace(nullptr, nullptr);
+  InBuffer(8, "ab%d", 1);
   EXPECT_TRUE(lines_.empty());
 }
 
 TEST_F(FormatTrace, LinesAreCutAt199Characters) {
-  const std::string format(300, 'f');
-  char buffer[8];
-  FormatToBuffer(buffer, sizeof buffer, format.c_str());
+  InBuffer(8, std::string(300, 'f').c_str());
   ASSERT_EQ(2u, lines_.size());
   EXPECT_EQ(199u, lines_[0].size());
   EXPECT_EQ("  <<fmtstring>>(@lv1): fff", lines_[0].substr(0, 26));
@@ -150,31 +139,29 @@ TEST_F(FormatTrace, LinesAreCutAt199Characters) {
 
 TEST_F(FormatTrace, AWriterThatFormatsDoesNotTraceItself) {
   SetFormatTrace(&ReformatLine, &lines_);
-  char buffer[8];
-  FormatToBuffer(buffer, sizeof buffer, "ab");
-  const std::vector<std::string> expected{
+  InBuffer(8, "ab");
+  const Lines expected{
       "  <<fmtstring>>(@lv1): ab\n",
       "  <ab> fmtpos:0+2 width:false preci:false stock:0(@lv1) outpos:0+2 (~0+2)\n",
   };
   EXPECT_EQ(expected, lines_);
 }
 
-TEST_F(FormatTrace, SwitchedOffByANullWriter) {
-  SetFormatTrace(nullptr, nullptr);
-  char buffer[8];
-  FormatToBuffer(buffer, sizeof buffer, "ab%d", 1);
-  EXPECT_TRUE(lines_.empty());
-}
-
-TEST_F(FormatTrace, DumpPiecesAreTracedWithTheirDirective) {
-  const unsigned char data[] = {1, 2};
-  char buffer[32];
-  FormatToBuffer(buffer, sizeof buffer, "%k%*m", " ", 2, data);
-  const std::vector<std::string> expected{
-      "  <<fmtstring>>(@lv1): %k%*m\n",
-      "  <%*m> fmtpos:2+3 width:true,2 preci:false stock:0(@lv1) outpos:0+5 (~0+5)\n",
+TEST_F(FormatTrace, TheWideEngineHasItsOwnWriter) {
+  std::vector<std::u16string> wide;
+  SetWideFormatTrace([](void* context, const char16_t* text) {
+    static_cast<std::vector<std::u16string>*>(context)->emplace_back(text);
+  }, &wide);
+  InBuffer(16, u"a%3s", u"b");
+  SetWideFormatTrace(nullptr, nullptr);
+  const std::vector<std::u16string> expected{
+      u"  <<fmtstring>>(@lv1): a%3s\n",
+      u"  <a> fmtpos:0+1 width:false preci:false stock:0(@lv1) outpos:0+1 (~0+1)\n",
+      u"  <%3s> fmtpos:1+3 width:true,3 preci:false stock:0(@lv1) outpos:1+2 (~1+2)\n",
+      u"  <%3s> fmtpos:1+3 width:true,3 preci:false stock:0(@lv1) outpos:3+1 (~3+1)\n",
   };
-  EXPECT_EQ(expected, lines_);
+  EXPECT_EQ(expected, wide);
+  EXPECT_TRUE(lines_.empty());  // nothing on the narrow writer
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <initializer_list>
 #include <string>
 #include <thread>
 
@@ -11,9 +12,10 @@
 namespace portwren::porttest {
 namespace {
 
-class CommStateReportTest : public PortTest {};
+using CommStateReportTest = PortTest;
 
-os::Dcb SampleDcb() {
+// A pseudo-terminal has no modem lines, so that part reports the failure.
+TEST_F(CommStateReportTest, PrintsThePortsStateAndTheModemLineFailure) {
   os::Dcb dcb;
   dcb.BaudRate = 57600;
   dcb.fBinary = 1;
@@ -31,95 +33,67 @@ os::Dcb SampleDcb() {
   dcb.XoffChar = 0x13;
   dcb.EofChar = 0x1A;
   dcb.EvtChar = static_cast<char>(0xA5);
-  return dcb;
-}
-
-// The report for SampleDcb() with the given framing lines.
-std::string SampleReport(const std::string& framing) {
-  return "GetCommState() returns DCB info:\n"
-         "  .Baudrate=57600\n"
-         "  .fBinary=yes\n"
-         "  .fParity=yes\n"
-         "  .fOutxCtsFlow=yes\n"
-         "  .fOutxDsrFlow=no\n"
-         "  .fDtrControl=2 (DTR_CONTROL_HANDSHAKE)\n"
-         "  .fBinary=yes\n"
-         "  .fDsrSensitivity=no\n"
-         "  .fTXContinueOnXoff=yes\n"
-         "  .fOutX=no\n"
-         "  .fInX=no\n"
-         "  .fErrorChar=no\n"
-         "  .fNull=no\n"
-         "  .fRtsControl=3 (RTS_CONTROL_TOGGLE)\n"
-         "  .fAbortOnError=no\n"
-         "  .XonLim=2048\n"
-         "  .XoffLim=512\n" +
-         framing +
-         "  .StopBits=two\n"
-         "  .XonChar=0x11\n"
-         "  .XoffChar=0x13\n"
-         "  .ErrorChar=0x00\n"
-         "  .EofChar=0x1A\n"
-         "  .EvtChar=0xA5\n"
-         "\n";
-}
-
-TEST_F(CommStateReportTest, PrintsThePortsStateAndTheModemLineFailure) {
-  const os::Dcb dcb = SampleDcb();
   ASSERT_TRUE(os::SetCommState(port_, &dcb)) << os::GetLastError();
-  // A pseudo-terminal has no modem lines, so that part reports the failure.
-  EXPECT_EQ(SampleReport("  .ByteSize=7\n"
-                         "  .Parity=WrongValue\n") +
-                " [T] GetCommModemStatus() fails. WinErr=50(UnknownWinErrCode)\n",
-            Captured([&] { PrintCommState(port_); }));
-}
-
-TEST_F(CommStateReportTest, ClosedPortReportsBothFailures) {
   EXPECT_EQ(
-      " [T] GetCommState() fails. WinErr=6(ERROR_INVALID_HANDLE)\n"
-      " [T] GetCommModemStatus() fails. WinErr=6(ERROR_INVALID_HANDLE)\n",
-      Captured([&] { PrintCommState(os::kInvalidHandle); }));
+      "GetCommState() returns DCB info:\n"
+      "  .Baudrate=57600\n"
+      "  .fBinary=yes\n"
+      "  .fParity=yes\n"
+      "  .fOutxCtsFlow=yes\n"
+      "  .fOutxDsrFlow=no\n"
+      "  .fDtrControl=2 (DTR_CONTROL_HANDSHAKE)\n"
+      "  .fBinary=yes\n"
+      "  .fDsrSensitivity=no\n"
+      "  .fTXContinueOnXoff=yes\n"
+      "  .fOutX=no\n"
+      "  .fInX=no\n"
+      "  .fErrorChar=no\n"
+      "  .fNull=no\n"
+      "  .fRtsControl=3 (RTS_CONTROL_TOGGLE)\n"
+      "  .fAbortOnError=no\n"
+      "  .XonLim=2048\n"
+      "  .XoffLim=512\n"
+      "  .ByteSize=7\n"
+      "  .Parity=WrongValue\n"
+      "  .StopBits=two\n"
+      "  .XonChar=0x11\n"
+      "  .XoffChar=0x13\n"
+      "  .ErrorChar=0x00\n"
+      "  .EofChar=0x1A\n"
+      "  .EvtChar=0xA5\n"
+      "\n"
+      " [T] GetCommModemStatus() fails. WinErr=50(UnknownWinErrCode)\n",
+      Captured([&] { PrintCommState(port_); }));
 }
 
-TEST(ModemLinesTextTest, FullAndShortForms) {
+// The text is the calling thread's own: another thread's call does not overwrite it.
+TEST(ModemLinesTextTest, FullAndShortFormsPerThread) {
   EXPECT_STREQ("CTS on,DSR off, DCD off,RING off", ModemLinesText(os::kMsCtsOn, true));
-  EXPECT_STREQ("CTS on,DSR off", ModemLinesText(os::kMsCtsOn, false));
   EXPECT_STREQ("CTS off,DSR on, DCD on,RING off", ModemLinesText(os::kMsDsrOn | os::kMsRlsdOn, true));
   EXPECT_STREQ("CTS off,DSR off, DCD off,RING on", ModemLinesText(os::kMsRingOn, true));
   EXPECT_STREQ("CTS on,DSR on, DCD on,RING on", ModemLinesText(0xFFFFFFFFu, true));
   EXPECT_STREQ("CTS off,DSR off", ModemLinesText(0, false));
-}
-
-TEST(ModemLinesTextTest, EachThreadHasItsOwnText) {
   const char* mine = ModemLinesText(os::kMsCtsOn, false);
-  std::thread other([] { ModemLinesText(0, true); });
-  other.join();
+  std::thread([] { ModemLinesText(0, true); }).join();
   EXPECT_STREQ("CTS on,DSR off", mine);
 }
 
+// The names of the given values, space separated.
+std::string Names(const char* (*name)(uint32_t), std::initializer_list<uint32_t> values) {
+  std::string out;
+  for (uint32_t value : values) out += (out.empty() ? "" : " ") + std::string(name(value));
+  return out;
+}
+
 TEST(NameTablesTest, KnownValuesAndWrongValue) {
-  EXPECT_STREQ("no", YesNo(0));
-  EXPECT_STREQ("yes", YesNo(1));
-  EXPECT_STREQ("yes", YesNo(7));
-  EXPECT_STREQ("DTR_CONTROL_DISABLE", DtrControlName(0));
-  EXPECT_STREQ("DTR_CONTROL_ENABLE", DtrControlName(1));
-  EXPECT_STREQ("WrongValue", DtrControlName(3));
-  EXPECT_STREQ("RTS_CONTROL_HANDSHAKE", RtsControlName(2));
-  EXPECT_STREQ("WrongValue", RtsControlName(4));
-  EXPECT_STREQ("NO_PARITY", ParityName(0));
-  EXPECT_STREQ("ODD_PARITY", ParityName(1));
-  EXPECT_STREQ("WrongValue", ParityName(2));
-  EXPECT_STREQ("MARK_PARITY", ParityName(3));
-  EXPECT_STREQ("SPACE_PARITY", ParityName(4));
-  EXPECT_STREQ("WrongValue", ParityName(5));
-  EXPECT_STREQ("one", StopBitsName(0));
-  EXPECT_STREQ("1.5", StopBitsName(1));
-  EXPECT_STREQ("WrongValue", StopBitsName(3));
-  EXPECT_STREQ("Temporal", LifemodeName(0));
-  EXPECT_STREQ("Friendly", LifemodeName(1));
-  EXPECT_STREQ("Persistent", LifemodeName(2));
-  EXPECT_STREQ("WrongValue", LifemodeName(3));
-  EXPECT_STREQ("WrongValue", LifemodeName(0xFFFFFFFFu));
+  EXPECT_EQ("no yes yes", Names(YesNo, {0, 1, 7}));
+  EXPECT_EQ("DTR_CONTROL_DISABLE DTR_CONTROL_ENABLE WrongValue", Names(DtrControlName, {0, 1, 3}));
+  EXPECT_EQ("RTS_CONTROL_HANDSHAKE WrongValue", Names(RtsControlName, {2, 4}));
+  EXPECT_EQ("NO_PARITY ODD_PARITY WrongValue MARK_PARITY SPACE_PARITY WrongValue",
+            Names(ParityName, {0, 1, 2, 3, 4, 5}));
+  EXPECT_EQ("one 1.5 WrongValue", Names(StopBitsName, {0, 1, 3}));
+  EXPECT_EQ("Temporal Friendly Persistent WrongValue WrongValue",
+            Names(LifemodeName, {0, 1, 2, 3, 0xFFFFFFFFu}));
 }
 
 }  // namespace

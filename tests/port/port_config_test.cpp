@@ -1,5 +1,6 @@
 // Port set-up and the buffer reports on a pseudo-terminal: timeouts, framing, CTS flow,
-// purges, the ClearCommError report and the dry-read clearing of the 0 key.
+// purges, the ClearCommError report and the dry-read clearing of the 0 key; and what every
+// port call reports on a closed port.
 #include "port/port_config.h"
 
 #include <gtest/gtest.h>
@@ -8,24 +9,14 @@
 
 #include "format/console_log.h"
 #include "platform/os_sync.h"
+#include "port/comm_state_report.h"
 #include "port_test_support.h"
 
 namespace portwren::porttest {
 namespace {
 
-class PortConfigTest : public PortTest {
- protected:
-  os::CommTimeouts Timeouts() {
-    os::CommTimeouts timeouts;
-    EXPECT_TRUE(os::GetCommTimeouts(port_, &timeouts));
-    return timeouts;
-  }
-  os::Dcb State() {
-    os::Dcb dcb;
-    EXPECT_TRUE(os::GetCommState(port_, &dcb));
-    return dcb;
-  }
-};
+using PortConfigTest = PortTest;
+constexpr os::Dword kMax = 0xFFFFFFFFu;
 
 TEST_F(PortConfigTest, TimeoutsComeFromTheSettingsWithMinusOneAsMaxdword) {
   g_rto_interval = -1;
@@ -34,12 +25,7 @@ TEST_F(PortConfigTest, TimeoutsComeFromTheSettingsWithMinusOneAsMaxdword) {
   g_wto_multiplier = 2;
   g_wto_constant = -1;
   EXPECT_EQ("", Captured([&] { ApplyTimeouts(port_); }));
-  const os::CommTimeouts t = Timeouts();
-  EXPECT_EQ(0xFFFFFFFFu, t.ReadIntervalTimeout);
-  EXPECT_EQ(7u, t.ReadTotalTimeoutMultiplier);
-  EXPECT_EQ(300u, t.ReadTotalTimeoutConstant);
-  EXPECT_EQ(2u, t.WriteTotalTimeoutMultiplier);
-  EXPECT_EQ(0xFFFFFFFFu, t.WriteTotalTimeoutConstant);
+  EXPECT_EQ((std::vector<os::Dword>{kMax, 7, 300, 2, kMax}), Timeouts());
 
   g_rto_multiplier = -1;
   g_rto_constant = -1;  // all three MAXDWORD: refused by the port
@@ -73,9 +59,8 @@ TEST_F(PortConfigTest, BaudrateSetsEightNoneOneAndKeepsTheRest) {
 TEST_F(PortConfigTest, CtsFlowTogglesOnlyItsBit) {
   const os::Dcb before = State();
   EXPECT_EQ("SetCommState() .fOutxCtsFlow=1 Success.\n", Captured([&] { SetCtsFlow(port_, true); }));
-  os::Dcb after = State();
+  const os::Dcb after = State();
   EXPECT_EQ(1u, after.fOutxCtsFlow);
-  after.fOutxCtsFlow = before.fOutxCtsFlow;
   EXPECT_EQ(before.BaudRate, after.BaudRate);
   EXPECT_EQ(before.fRtsControl, after.fRtsControl);
   EXPECT_EQ(before.Parity, after.Parity);
@@ -110,64 +95,59 @@ TEST_F(PortConfigTest, PurgeClearsInputAndWithAbortEndsARunningRead) {
   os::CloseHandle(overlapped.hEvent);
 }
 
-TEST_F(PortConfigTest, ClearCommErrorReportsTheQueues) {
-  EXPECT_EQ(" [D] ClearCommError() reports: cbInQue=0, cbOutQue=0. \n",
-            Captured([&] { ReportClearCommError(port_); }));
-  ASSERT_TRUE(Arrive("seven!!"));
-  EXPECT_EQ(" [D] ClearCommError() reports: cbInQue=7, cbOutQue=0. \n",
-            Captured([&] { ReportClearCommError(port_); }));
-}
-
-TEST_F(PortConfigTest, ClearingReadsEverythingAndRestoresTheTimeouts) {
+// The dry reads take at most 1000 bytes each, so 2500 take three reads and a fourth that finds none.
+TEST_F(PortConfigTest, ClearingReportsReadsEverythingAndRestoresTheTimeouts) {
   g_rto_interval = 20;
   g_rto_multiplier = 3;
   g_rto_constant = 400;
   ApplyTimeouts(port_);
+  const std::vector<os::Dword> applied = Timeouts();
   ASSERT_TRUE(Arrive(std::string(2500, 'z')));
+  EXPECT_EQ(" [D] ClearCommError() reports: cbInQue=2500, cbOutQue=0. \n",
+            Captured([&] { ReportClearCommError(port_); }));
   EXPECT_EQ(
       " [D.ms] ClearCommError() reports: cbInQue=2500, cbOutQue=0. \n"
       " [D.ms] COM port read-buffer bytes cleared: 2500\n",
       Captured([&] { MyClearCommData(port_, 50, true); }));
   EXPECT_EQ(0u, InQueue());
-  const os::CommTimeouts t = Timeouts();
-  EXPECT_EQ(20u, t.ReadIntervalTimeout);
-  EXPECT_EQ(3u, t.ReadTotalTimeoutMultiplier);
-  EXPECT_EQ(400u, t.ReadTotalTimeoutConstant);
+  EXPECT_EQ(applied, Timeouts());
 
   // An empty port: no cleared line; second stamps without the flag.
   EXPECT_EQ(" [D] ClearCommError() reports: cbInQue=0, cbOutQue=0. \n",
             Captured([&] { MyClearCommData(port_, 50, false); }));
-  EXPECT_EQ(400u, Timeouts().ReadTotalTimeoutConstant);
+  EXPECT_EQ(applied, Timeouts());
 }
 
-// What the clearing relies on: with its timeouts a read takes what is there, at most 1000 bytes.
-TEST_F(PortConfigTest, DryReadsTakeAThousandAtATime) {
-  SetTimeouts(os::kMaxDword, os::kMaxDword, 50);
-  ASSERT_TRUE(Arrive(std::string(2500, 'z')));
-  uint8_t buffer[1000];
-  EXPECT_EQ(1000, ReadFile_Sync(port_, buffer, 1000));
-  EXPECT_EQ(1000, ReadFile_Sync(port_, buffer, 1000));
-  EXPECT_EQ(500, ReadFile_Sync(port_, buffer, 1000));
-  EXPECT_EQ(0, ReadFile_Sync(port_, buffer, 1000));
+// One failure line of a call on a closed port, with its time stamp.
+std::string Closed(const std::string& stamp, const std::string& what) {
+  return " [" + stamp + "] " + what + " WinErr=6(ERROR_INVALID_HANDLE)\n";
 }
 
-TEST_F(PortConfigTest, FailuresOnAClosedPortAreReported) {
-  EXPECT_EQ(" [D] ClearCommError() fail. WinErr=6(ERROR_INVALID_HANDLE)\n",
-            Captured([&] { ReportClearCommError(os::kInvalidHandle); }));
-  EXPECT_EQ(
-      " [D.ms] ClearCommError() fail. WinErr=6(ERROR_INVALID_HANDLE)\n"
-      " [D.ms] GetCommTimeouts() fail. WinErr=6(ERROR_INVALID_HANDLE)\n",
-      Captured([&] { MyClearCommData(os::kInvalidHandle, 50, false); }));
-  EXPECT_EQ(
-      " [D.ms] PurgeComm()... \n"
-      " [D.ms] PurgeComm() error. WinErr=6(ERROR_INVALID_HANDLE)\n",
-      Captured([&] { Purge(os::kInvalidHandle, false); }));
-  EXPECT_EQ(" [T] In MySetBaudrate(), GetCommState() fail. WinErr=6(ERROR_INVALID_HANDLE)\n",
-            Captured([&] { MySetBaudrate(os::kInvalidHandle, 9600); }));
-  EXPECT_EQ(" [T] GetCommState() fails. WinErr=6(ERROR_INVALID_HANDLE)\n",
-            Captured([&] { SetCtsFlow(os::kInvalidHandle, true); }));
-  EXPECT_EQ(" [T] SetCommTimeouts fail. WinErr=6(ERROR_INVALID_HANDLE)\n",
-            Captured([&] { ApplyTimeouts(os::kInvalidHandle); }));
+TEST_F(PortConfigTest, EveryCallReportsAClosedPort) {
+  const os::Handle closed = os::kInvalidHandle;
+  EXPECT_EQ(Closed("D", "ClearCommError() fail."), Captured([&] { ReportClearCommError(closed); }));
+  EXPECT_EQ(Closed("D.ms", "ClearCommError() fail.") + Closed("D.ms", "GetCommTimeouts() fail."),
+            Captured([&] { MyClearCommData(closed, 50, false); }));
+  EXPECT_EQ(" [D.ms] PurgeComm()... \n" + Closed("D.ms", "PurgeComm() error."),
+            Captured([&] { Purge(closed, false); }));
+  EXPECT_EQ(Closed("T", "In MySetBaudrate(), GetCommState() fail."),
+            Captured([&] { MySetBaudrate(closed, 9600); }));
+  EXPECT_EQ(Closed("T", "GetCommState() fails."), Captured([&] { SetCtsFlow(closed, true); }));
+  EXPECT_EQ(Closed("T", "SetCommTimeouts fail."), Captured([&] { ApplyTimeouts(closed); }));
+  EXPECT_EQ(Closed("T", "GetCommState() fails.") + Closed("T", "GetCommModemStatus() fails."),
+            Captured([&] { PrintCommState(closed); }));
+  EXPECT_EQ(" [T] Calling ReadFile() request 10 bytes...\n" + Closed("T", "Unexpected ReadFile error."),
+            Captured([&] { TimedRead(closed, 10); }));
+  EXPECT_EQ(" [T] Calling WriteFile(), request 4 bytes...\n" + Closed("T", "Unexpected WriteFile error."),
+            Captured([&] { TimedWrite(closed, 4); }));
+  uint8_t buffer[4];
+  int32_t result = 0;
+  EXPECT_EQ(Closed("D", "In ReadFile_Sync(), ReadFile error."),
+            Captured([&] { result = ReadFile_Sync(closed, buffer, 4); }));
+  EXPECT_EQ(-1, result);
+  EXPECT_EQ(Closed("D", "In ReadFile_Sync_timeout(), ReadFile error."),
+            Captured([&] { result = ReadFile_Sync_timeout(closed, buffer, 4, 10); }));
+  EXPECT_EQ(-1, result);
 }
 
 }  // namespace

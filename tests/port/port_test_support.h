@@ -11,6 +11,7 @@
 #include <regex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "common/pty_pair.h"
 #include "console/run_settings.h"
@@ -92,6 +93,20 @@ class PortTest : public testing::Test {
     timeouts.ReadTotalTimeoutMultiplier = multiplier;
     timeouts.ReadTotalTimeoutConstant = constant;
     ASSERT_TRUE(os::SetCommTimeouts(port_, &timeouts));
+  }
+
+  // The port's five timeouts: read interval, multiplier, constant; write multiplier, constant.
+  std::vector<os::Dword> Timeouts() {
+    os::CommTimeouts t;
+    EXPECT_TRUE(os::GetCommTimeouts(port_, &t));
+    return {t.ReadIntervalTimeout, t.ReadTotalTimeoutMultiplier, t.ReadTotalTimeoutConstant,
+            t.WriteTotalTimeoutMultiplier, t.WriteTotalTimeoutConstant};
+  }
+
+  os::Dcb State() {
+    os::Dcb dcb;
+    EXPECT_TRUE(os::GetCommState(port_, &dcb));
+    return dcb;
   }
 
   testkit::PtyPair pty_;

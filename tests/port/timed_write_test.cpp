@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <regex>
 #include <string>
 #include <thread>
@@ -14,41 +13,30 @@
 namespace portwren::porttest {
 namespace {
 
-class TimedWriteTest : public PortTest {};
+using TimedWriteTest = PortTest;
 
-TEST_F(TimedWriteTest, CounterWordsRunOnFromWriteToWrite) {
-  g_bytes_to_rw = 4;
-  const std::string first = Captured([&] { TimedWrite(port_, g_bytes_to_rw); });
-  EXPECT_EQ(
-      " [T] Calling WriteFile(), request 4 bytes...\n"
-      "WriteFile sync success. nDone=4\n",
-      first);
+// Counter words run on from write to write, least significant byte first; an odd count sends
+// the byte left from before; the counter wraps after 65535.
+TEST_F(TimedWriteTest, CounterWordsRunOnOddBytesAndWraps) {
+  const auto sync_success = [](const std::string& count) {
+    return " [T] Calling WriteFile(), request " + count +
+           " bytes...\nWriteFile sync success. nDone=" + count + "\n";
+  };
+  EXPECT_EQ(sync_success("4"), Captured([&] { TimedWrite(port_, 4); }));
   EXPECT_EQ(std::string("\x00\x00\x01\x00", 4), pty_.ReadFar(4, 2000));
-  Captured([&] { TimedWrite(port_, g_bytes_to_rw); });
-  EXPECT_EQ(std::string("\x02\x00\x03\x00", 4), pty_.ReadFar(4, 2000));
-  EXPECT_EQ(4, Transfer().fill_counter);
-}
-
-TEST_F(TimedWriteTest, OddCountSendsTheByteLeftFromBefore) {
   TransferBuffer()[4] = 0x77;
   Captured([&] { TimedWrite(port_, 5); });
-  EXPECT_EQ(std::string("\x00\x00\x01\x00\x77", 5), pty_.ReadFar(5, 2000));
+  EXPECT_EQ(std::string("\x02\x00\x03\x00\x77", 5), pty_.ReadFar(5, 2000));
   EXPECT_EQ(0, TransferBuffer()[5]) << "a NUL follows the data";
-  EXPECT_EQ(2, Transfer().fill_counter);
-}
+  EXPECT_EQ(4, Transfer().fill_counter);
 
-TEST_F(TimedWriteTest, CounterWrapsAfter65535) {
+  EXPECT_EQ(sync_success("0"), Captured([&] { TimedWrite(port_, 0); }));
+  EXPECT_EQ("", pty_.ReadFar(1, 100));
+  EXPECT_EQ(4, Transfer().fill_counter);
+
   Transfer().fill_counter = 65535;
   Captured([&] { TimedWrite(port_, 6); });
   EXPECT_EQ(std::string("\xFF\xFF\x00\x00\x01\x00", 6), pty_.ReadFar(6, 2000));
-}
-
-TEST_F(TimedWriteTest, ZeroBytesIsASyncSuccess) {
-  EXPECT_EQ(
-      " [T] Calling WriteFile(), request 0 bytes...\n"
-      "WriteFile sync success. nDone=0\n",
-      Captured([&] { TimedWrite(port_, 0); }));
-  EXPECT_EQ("", pty_.ReadFar(1, 100));
 }
 
 // The far end does not read, so a write larger than the line's buffers cannot finish.
@@ -93,17 +81,6 @@ TEST_F(TimedWriteTest, PendingWriteCompletesWhenTheFarEndReads) {
       out);
 }
 
-TEST_F(TimedWriteTest, FailuresAndRefusalsAreReported) {
-  EXPECT_EQ(
-      " [T] Calling WriteFile(), request 4 bytes...\n"
-      " [T] Unexpected WriteFile error. WinErr=6(ERROR_INVALID_HANDLE)\n",
-      Captured([&] { TimedWrite(os::kInvalidHandle, 4); }));
-  const uint16_t counter = Transfer().fill_counter;
-  EXPECT_EQ(" [T] WriteFile() of 8124000 bytes refused: the transfer buffer takes 0 to 8123999.\n",
-            Captured([&] { TimedWrite(port_, kTransferBufferBytes); }));
-  EXPECT_EQ(counter, Transfer().fill_counter) << "a refused write fills nothing";
-}
-
 // Standard input replaced by a pipe that the test writes the answers into. The write end stays
 // open until the end, so the console never sees the input end.
 class AskCountTest : public testing::Test {
@@ -132,35 +109,37 @@ class AskCountTest : public testing::Test {
   int saved_stdin_ = -1;
 };
 
-TEST_F(AskCountTest, RemembersEachDirectionAndReusesItOnEnter) {
-  std::string prompt;
-  EXPECT_EQ(0, Answer("\n", false, &prompt));
-  EXPECT_EQ("Bytes to write(0): ", prompt);
-  EXPECT_EQ(12, Answer("12\n", false, &prompt));
-  EXPECT_EQ("Bytes to write(0): ", prompt);
-  EXPECT_EQ(12, Answer("\r\n", false, &prompt));
-  EXPECT_EQ("Bytes to write(12): ", prompt);
-  EXPECT_EQ(12, g_custom_write_bytes);
-
-  EXPECT_EQ(32, Answer("0x20\n", true, &prompt));
-  EXPECT_EQ("Bytes to read(0): ", prompt);
-  EXPECT_EQ(8, Answer("010\n", true, &prompt)) << "a leading 0 is octal";
-  EXPECT_EQ(8123999, Answer("8123999\n", true, &prompt));
-  EXPECT_EQ(8123999, g_custom_read_bytes);
-  EXPECT_EQ(12, g_custom_write_bytes);
+std::string RefusedRead(const std::string& count) {
+  return "Bytes to read(100): Count '" + count +
+         "' refused: the transfer buffer takes at most 8123999 bytes. Keeping 100.\n";
 }
 
-TEST_F(AskCountTest, RefusesCountsPastTheBuffer) {
-  std::string prompt;
-  EXPECT_EQ(100, Answer("100\n", true, &prompt));
-  EXPECT_EQ(100, Answer("8124000\n", true, &prompt));
-  EXPECT_EQ(
-      "Bytes to read(100): Count '8124000' refused: the transfer buffer takes at most 8123999 bytes."
-      " Keeping 100.\n",
-      prompt);
-  EXPECT_EQ(100, Answer("-1\n", true, &prompt));
-  EXPECT_EQ(100, Answer("99999999999999999999999\n", true, &prompt));
+// Each direction remembers its count; Enter keeps it, and counts past the buffer are refused.
+TEST_F(AskCountTest, RemembersEachDirectionAndRefusesCountsPastTheBuffer) {
+  const struct {
+    const char* line;
+    bool for_read;
+    int32_t count;
+    std::string prompt;
+  } answers[] = {
+      {"\n", false, 0, "Bytes to write(0): "},
+      {"12\n", false, 12, "Bytes to write(0): "},
+      {"\r\n", false, 12, "Bytes to write(12): "},
+      {"0x20\n", true, 32, "Bytes to read(0): "},
+      {"010\n", true, 8, "Bytes to read(32): "},  // a leading 0 is octal
+      {"8123999\n", true, 8123999, "Bytes to read(8): "},
+      {"100\n", true, 100, "Bytes to read(8123999): "},
+      {"8124000\n", true, 100, RefusedRead("8124000")},
+      {"-1\n", true, 100, RefusedRead("-1")},
+      {"99999999999999999999999\n", true, 100, RefusedRead("99999999999999999999999")},
+  };
+  for (const auto& a : answers) {
+    std::string prompt;
+    EXPECT_EQ(a.count, Answer(a.line, a.for_read, &prompt)) << a.line;
+    EXPECT_EQ(a.prompt, prompt) << a.line;
+  }
   EXPECT_EQ(100, g_custom_read_bytes);
+  EXPECT_EQ(12, g_custom_write_bytes);
 }
 
 }  // namespace
