@@ -121,6 +121,18 @@ TEST_F(KeyLoopEndToEnd, OpenFailuresEndTheRun) {
             r.out);
 }
 
+// A port opened only for reading says so on the open line, and a write on it is refused.
+TEST_F(KeyLoopEndToEnd, ReadOnlyOpenIsMarkedAndRefusesWrites) {
+  ProcessOptions options;
+  options.env.push_back({"PORTWREN_PRINT_LESS", "1"});
+  const ProcessResult r = Run({port(), "--readonly"}, "w", 0, options);
+  ExpectInOrder(r.out, {" [T] CreateFile('" + port() + "') success. Handle=0xH (read-only!)\n",
+                        "Got 'w'.\n"
+                        " [T] Calling WriteFile(), request 100 bytes...\n"
+                        " [T] Unexpected WriteFile error. WinErr=5(ERROR_ACCESS_DENIED)\n" +
+                            KeyPrompt(1) + kEscLines + kClosedLines});
+}
+
 // Enter and unknown keys only bring the prompt; the end of the piped keys reads as ESC.
 TEST_F(KeyLoopEndToEnd, TypedKeysEnterThePromptCountAndTheEndOfTheKeys) {
   const ProcessResult r = Run({port()}, "ab\nz");
