@@ -10,7 +10,7 @@
 #include <limits>
 #include <memory>
 
-#include "console/run_settings.h"
+#include "support/run_settings.h"
 #include "format/format.h"
 
 namespace portwren {
@@ -105,161 +105,106 @@ void ReportRefusedOption(const OptionScanState& scan, int argc, char** argv) {
   }
 }
 
-// One option into the run settings. `number` is the value text as atoi gives it.
-void ApplyOption(int code, const char* value, int32_t number, int32_t* quick_read_timeout) {
-  switch (code) {
-    case kOptReadonly:
-      g_readonly = true;
-      break;
-    case 'b':
-      g_bytes_to_rw = static_cast<int32_t>(AutoBaseArgument(value));
-      break;
-    case 'c':
-      g_wait_msec_before_cancel = number;
-      break;
-    case kOptRtoi:
-      g_rto_interval = number;
-      break;
-    case kOptRtom:
-      g_rto_multiplier = number;
-      break;
-    case kOptRtoc:
-      g_rto_constant = number;
-      break;
-    case kOptWtom:
-      g_wto_multiplier = number;
-      break;
-    case kOptWtoc:
-      g_wto_constant = number;
-      g_wto_constant_given = true;
-      break;
-    case kOptInQueue:
-      g_in_queue_bytes = number;
-      break;
-    case kOptOutQueue:
-      g_out_queue_bytes = number;
-      break;
-    case kOptReadLog:
-      CopyText(g_read_log_path, sizeof g_read_log_path, value);
-      break;
-    case kOptReadLogAppend:
-      g_read_log_append = true;
-      break;
-    case kOptSilentRead:
-      g_silent_read = true;
-      break;
-    case kOptEchoNeedLog:
-      g_echo_need_log = true;
-      break;
-    case kOptEchoAppendLog:
-      g_echo_append_log = true;
-      break;
-    case kOptEchologRowWidth:
-      g_echolog_row_width = AtLeast(number, 8);
-      break;
-    case kOptEchoRwbufx:
-      g_echo_rwbufx = AtLeast(number, 1);
-      break;
-    case kOptEchoNeedHwflow:
-      g_echo_need_hwflow = true;
-      break;
-    case kOptEchoStartSeq:
-      g_echo_start_seq_given = true;
-      g_echo_start_seq = AutoBaseArgument(value);
-      break;
-    case kOptEchoSrand:
-      g_echo_srand = std::strcmp(value, "time") == 0 ? static_cast<uint32_t>(std::time(nullptr))
-                                                     : static_cast<uint32_t>(number);
-      break;
-    case kOptEchoTimeoutLimit:
-      g_echo_timeout_limit = AtLeast(number, 0);
-      break;
-    case kOptEchocliReadNibble:
-      g_echocli_read_nibble = AtLeast(number, 1);
-      break;
-    case kOptEchocliWriteDelaymsec:
-      g_echocli_write_delaymsec = AtLeast(number, 0);
-      break;
-    case kOptEchocliReadDelaymsec:
-      // "r<n>": a random delay up to n. The flag is only ever switched on.
-      if (value[0] == 'r') {
-        number = DecimalArgument(value + 1);
-        if (number > 0) g_echocli_read_delay_random = true;
-      }
-      g_echocli_read_delaymsec = AtLeast(number, 0);
-      break;
-    case kOptManualInterveneErrcli:
-      g_manual_intervene_errcli = true;
-      break;
-    case kOptFirstKey:
-      CopyText(g_first_keys, sizeof g_first_keys, value);
-      break;
-    case kOptRepeatFinalKey:
-      g_repeat_final_key = true;
-      break;
-    case 'B':
-      g_baudrate = number;
-      break;
-    case kOptWaitcommeventDelay0:
-      g_waitcommevent_delay0 = static_cast<uint32_t>(number);
-      break;
-    case kOptWaitcommeventDelay:
-      g_waitcommevent_delay = static_cast<uint32_t>(number);
-      break;
-    case 'm':
-      g_echo_maxbytes64 = AutoBaseArgument64(value);
-      break;
-    case 'K':
-      g_echo_chunk_maxbytes = number;
-      break;
-    case 'k':
-      g_echo_chunk_minbytes = number;
-      break;
-    case kOptDatapipe:
-      g_datapipe = true;
-      break;
-    case kOptClearComportMsec:
-      g_clear_comport_msec = AtLeast(number, 0);
-      break;
-    case kOptPauseBeforeQuit:
-      g_pause_before_quit = true;
-      break;
-    case kOptOmitCancelio:
-      g_omit_cancelio = true;
-      break;
-    case kOptOmitGetoverlappedresult:
-      g_omit_getoverlappedresult = true;
-      break;
-    case kOptPauseMsecBfrCancelio:
-      g_pause_msec_bfr_cancelio = AtLeast(number, 0);
-      break;
-    case kOptListVcoms:
-      g_list_vcoms = true;
-      g_no_port_mode = true;
-      g_list_offer_dialog = true;
-      break;
-    case kOptUnplugVcoms:
-      g_unplug_vcoms = true;
-      g_no_port_mode = true;
-      break;
-    case kOptVbusReinstall:
-      g_vbus_reinstall = true;
-      g_no_port_mode = true;
-      break;
-    case kOptPrintDevstateOnDsr:
-      g_print_devstate_on_dsr = true;
-      break;
-    case 'l':
-      // The short form lists without offering the property dialog.
-      g_list_vcoms = true;
-      g_no_port_mode = true;
-      g_list_offer_dialog = false;
-      break;
-    case 'Q':
-      *quick_read_timeout = number;
-      break;
-    default:
-      break;
+// What each option does to the run settings, by the scanner's result code. `number` is the value
+// text as atoi gives it; -Q waits in `quick_read_timeout` until every option is in.
+struct ParseState {
+  int32_t quick_read_timeout = -1;
+};
+using OptionApply = void (*)(const char* value, int32_t number, ParseState& state);
+struct OptionAction {
+  int code;
+  OptionApply apply;
+};
+
+void ListVcoms(bool offer_dialog) {
+  g_list_vcoms = true;
+  g_no_port_mode = true;
+  g_list_offer_dialog = offer_dialog;
+}
+
+constexpr OptionAction kOptionActions[] = {
+    {kOptReadonly, [](const char*, int32_t, ParseState&) { g_readonly = true; }},
+    {'b', [](const char* v, int32_t, ParseState&) { g_bytes_to_rw = static_cast<int32_t>(AutoBaseArgument(v)); }},
+    {'c', [](const char*, int32_t n, ParseState&) { g_wait_msec_before_cancel = n; }},
+    {kOptRtoi, [](const char*, int32_t n, ParseState&) { g_rto_interval = n; }},
+    {kOptRtom, [](const char*, int32_t n, ParseState&) { g_rto_multiplier = n; }},
+    {kOptRtoc, [](const char*, int32_t n, ParseState&) { g_rto_constant = n; }},
+    {kOptWtom, [](const char*, int32_t n, ParseState&) { g_wto_multiplier = n; }},
+    {kOptWtoc,
+     [](const char*, int32_t n, ParseState&) {
+       g_wto_constant = n;
+       g_wto_constant_given = true;
+     }},
+    {kOptInQueue, [](const char*, int32_t n, ParseState&) { g_in_queue_bytes = n; }},
+    {kOptOutQueue, [](const char*, int32_t n, ParseState&) { g_out_queue_bytes = n; }},
+    {kOptReadLog, [](const char* v, int32_t, ParseState&) { CopyText(g_read_log_path, sizeof g_read_log_path, v); }},
+    {kOptReadLogAppend, [](const char*, int32_t, ParseState&) { g_read_log_append = true; }},
+    {kOptSilentRead, [](const char*, int32_t, ParseState&) { g_silent_read = true; }},
+    {kOptEchoNeedLog, [](const char*, int32_t, ParseState&) { g_echo_need_log = true; }},
+    {kOptEchoAppendLog, [](const char*, int32_t, ParseState&) { g_echo_append_log = true; }},
+    {kOptEchologRowWidth, [](const char*, int32_t n, ParseState&) { g_echolog_row_width = AtLeast(n, 8); }},
+    {kOptEchoRwbufx, [](const char*, int32_t n, ParseState&) { g_echo_rwbufx = AtLeast(n, 1); }},
+    {kOptEchoNeedHwflow, [](const char*, int32_t, ParseState&) { g_echo_need_hwflow = true; }},
+    {kOptEchoStartSeq,
+     [](const char* v, int32_t, ParseState&) {
+       g_echo_start_seq_given = true;
+       g_echo_start_seq = AutoBaseArgument(v);
+     }},
+    {kOptEchoSrand,
+     [](const char* v, int32_t n, ParseState&) {
+       g_echo_srand = std::strcmp(v, "time") == 0 ? static_cast<uint32_t>(std::time(nullptr)) : static_cast<uint32_t>(n);
+     }},
+    {kOptEchoTimeoutLimit, [](const char*, int32_t n, ParseState&) { g_echo_timeout_limit = AtLeast(n, 0); }},
+    {kOptEchocliReadNibble, [](const char*, int32_t n, ParseState&) { g_echocli_read_nibble = AtLeast(n, 1); }},
+    {kOptEchocliWriteDelaymsec,
+     [](const char*, int32_t n, ParseState&) { g_echocli_write_delaymsec = AtLeast(n, 0); }},
+    {kOptEchocliReadDelaymsec,
+     [](const char* v, int32_t n, ParseState&) {
+       // "r<n>": a random delay up to n. The flag is only ever switched on.
+       if (v[0] == 'r') {
+         n = DecimalArgument(v + 1);
+         if (n > 0) g_echocli_read_delay_random = true;
+       }
+       g_echocli_read_delaymsec = AtLeast(n, 0);
+     }},
+    {kOptManualInterveneErrcli, [](const char*, int32_t, ParseState&) { g_manual_intervene_errcli = true; }},
+    {kOptFirstKey, [](const char* v, int32_t, ParseState&) { CopyText(g_first_keys, sizeof g_first_keys, v); }},
+    {kOptRepeatFinalKey, [](const char*, int32_t, ParseState&) { g_repeat_final_key = true; }},
+    {'B', [](const char*, int32_t n, ParseState&) { g_baudrate = n; }},
+    {kOptWaitcommeventDelay0,
+     [](const char*, int32_t n, ParseState&) { g_waitcommevent_delay0 = static_cast<uint32_t>(n); }},
+    {kOptWaitcommeventDelay,
+     [](const char*, int32_t n, ParseState&) { g_waitcommevent_delay = static_cast<uint32_t>(n); }},
+    {'m', [](const char* v, int32_t, ParseState&) { g_echo_maxbytes64 = AutoBaseArgument64(v); }},
+    {'K', [](const char*, int32_t n, ParseState&) { g_echo_chunk_maxbytes = n; }},
+    {'k', [](const char*, int32_t n, ParseState&) { g_echo_chunk_minbytes = n; }},
+    {kOptDatapipe, [](const char*, int32_t, ParseState&) { g_datapipe = true; }},
+    {kOptClearComportMsec, [](const char*, int32_t n, ParseState&) { g_clear_comport_msec = AtLeast(n, 0); }},
+    {kOptPauseBeforeQuit, [](const char*, int32_t, ParseState&) { g_pause_before_quit = true; }},
+    {kOptOmitCancelio, [](const char*, int32_t, ParseState&) { g_omit_cancelio = true; }},
+    {kOptOmitGetoverlappedresult, [](const char*, int32_t, ParseState&) { g_omit_getoverlappedresult = true; }},
+    {kOptPauseMsecBfrCancelio,
+     [](const char*, int32_t n, ParseState&) { g_pause_msec_bfr_cancelio = AtLeast(n, 0); }},
+    {kOptListVcoms, [](const char*, int32_t, ParseState&) { ListVcoms(true); }},
+    // The short form lists without offering the property dialog.
+    {'l', [](const char*, int32_t, ParseState&) { ListVcoms(false); }},
+    {kOptUnplugVcoms,
+     [](const char*, int32_t, ParseState&) {
+       g_unplug_vcoms = true;
+       g_no_port_mode = true;
+     }},
+    {kOptVbusReinstall,
+     [](const char*, int32_t, ParseState&) {
+       g_vbus_reinstall = true;
+       g_no_port_mode = true;
+     }},
+    {kOptPrintDevstateOnDsr, [](const char*, int32_t, ParseState&) { g_print_devstate_on_dsr = true; }},
+    {'Q', [](const char*, int32_t n, ParseState& state) { state.quick_read_timeout = n; }},
+};
+
+void ApplyOption(int code, const char* value, int32_t number, ParseState& state) {
+  for (const OptionAction& action : kOptionActions) {
+    if (action.code == code) return action.apply(value, number, state);
   }
 }
 
@@ -361,7 +306,7 @@ bool ParseCommandLine(int argc, char** argv) {
   const std::unique_ptr<OptionScanState, ScanReleaser> scan(CreateOptionScan());
   if (scan == nullptr) return false;
 
-  int32_t quick_read_timeout = -1;  // -Q, applied once all options are in
+  ParseState state;
   for (;;) {
     const int code = ScanOptions(scan.get(), argc, argv, kShortOptions, kLongOptions, nullptr);
     if (code == kScanEnd) break;
@@ -370,17 +315,17 @@ bool ParseCommandLine(int argc, char** argv) {
       ReportRefusedOption(*scan, argc, argv);
       return false;
     }
-    ApplyOption(code, scan->value, number, &quick_read_timeout);
+    ApplyOption(code, scan->value, number, state);
   }
 
   // Listing, unplugging and reinstalling need no port and nothing else from the command line.
   if (g_no_port_mode) return true;
 
-  if (quick_read_timeout >= 0) {
+  if (state.quick_read_timeout >= 0) {
     // Reads return what is buffered at once, or wait up to the constant for the first byte.
     g_rto_interval = -1;
     g_rto_multiplier = -1;
-    g_rto_constant = quick_read_timeout;
+    g_rto_constant = state.quick_read_timeout;
   }
 
   const int positional = argc - scan->next_index;

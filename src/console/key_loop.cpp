@@ -3,7 +3,7 @@
 #include <cstdio>
 
 #include "console/key_source.h"
-#include "console/run_settings.h"
+#include "support/run_settings.h"
 #include "format/console_log.h"
 #include "platform/os_console.h"
 #include "platform/os_file.h"

@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "console/run_settings.h"
+#include "support/run_settings.h"
 #include "platform/os_console.h"
 
 namespace portwren {

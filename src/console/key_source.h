@@ -17,8 +17,6 @@ class KeySource {
   // stray key was dropped); prints the "Got", "First-key" and "Repeat-key" lines.
   int Next();
 
-  int LastKey() const { return last_key_; }
-
  private:
   int TypedKey();
 

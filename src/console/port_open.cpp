@@ -3,7 +3,7 @@
 #include <cinttypes>
 #include <cstdio>
 
-#include "console/run_settings.h"
+#include "support/run_settings.h"
 #include "console/usage.h"
 #include "format/console_log.h"
 #include "platform/os_file.h"

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "console/command_line.h"
-#include "console/run_settings.h"
+#include "support/run_settings.h"
 #include "console/key_loop.h"
 #include "console/main_line.h"
 #include "console/port_open.h"
@@ -16,19 +16,13 @@
 namespace portwren {
 
 namespace {
-constexpr int kVersionMajor = 1;
-constexpr int kVersionMinor = 7;
-constexpr int kVersionPatch = 8;
-
 bool WantsUsage(int argc, char** argv) {
   return argc < 2 || (argc == 2 && std::strcmp(argv[1], "-h") == 0);
 }
 }  // namespace
 
 int RunProgram(int argc, char** argv) {
-  std::printf("Portwren version %d.%d.%d, compiled on %s %s\n", kVersionMajor, kVersionMinor, kVersionPatch,
-              __DATE__, __TIME__);
-  // Driver kernel version; the request-definition check ends the program with 2 when it fails.
+  std::printf("Portwren version %s, compiled on %s %s\n", PORTWREN_VERSION_STRING, __DATE__, __TIME__);
   BuildCrc32Table();  // echo chunks
   SetFormatLineEnd(1);                // CR LF between dump rows, as on the console
   RegisterThread(ThreadRole::kMain);  // main-thread mark
@@ -42,9 +36,6 @@ int RunProgram(int argc, char** argv) {
     return 1;
   }
 
-  // Enumerate the VCOMs (printed only when listing was asked for).
-  // Unplug all VCOMs, reinstall the VBUS.
-  // Without a port: end here.
   if (g_no_port_mode) return 0;
 
   MainLine line;

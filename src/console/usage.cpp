@@ -4,7 +4,7 @@
 #include <cstdio>
 
 #include "console/command_line.h"
-#include "console/run_settings.h"
+#include "support/run_settings.h"
 
 namespace portwren {
 

@@ -1,6 +1,6 @@
 #include "echo/echo_records.h"
 
-#include "console/run_settings.h"
+#include "support/run_settings.h"
 #include "echo/chunk_format.h"
 #include "platform/os_core.h"
 

@@ -35,21 +35,21 @@ bool LogFileWriter::Open(const char* file_name, bool append, uint32_t capacity) 
   bytes_written_ = 0;
   error_ = 0;
   buffer_ = static_cast<char*>(std::malloc(capacity));
-  lock_ = os::CreateMutexA(false);
-  if (buffer_ == nullptr || lock_ == nullptr) {
+  lock_.reset(os::CreateMutexA(false));
+  if (buffer_ == nullptr || !lock_) {
     Close();
     return false;
   }
-  file_ = os::CreateFileA(file_name, os::kGenericWrite, os::kFileShareRead, os::kOpenAlways, 0);
-  if (file_ == os::kInvalidHandle) {
+  file_.reset(os::CreateFileA(file_name, os::kGenericWrite, os::kFileShareRead, os::kOpenAlways, 0));
+  if (!file_) {
     Close();
     return false;
   }
   if (append) {
-    os::SetFilePointer(file_, 0, nullptr, os::kFileEnd);
+    os::SetFilePointer(file_.get(), 0, nullptr, os::kFileEnd);
   } else {
-    os::SetFilePointer(file_, 0, nullptr, os::kFileBegin);
-    os::SetEndOfFile(file_);
+    os::SetFilePointer(file_.get(), 0, nullptr, os::kFileBegin);
+    os::SetEndOfFile(file_.get());
   }
   return true;
 }
@@ -57,10 +57,8 @@ bool LogFileWriter::Open(const char* file_name, bool append, uint32_t capacity) 
 void LogFileWriter::Close() {
   std::free(buffer_);
   buffer_ = nullptr;
-  if (file_ != os::kInvalidHandle) os::CloseHandle(file_);
-  file_ = os::kInvalidHandle;
-  if (lock_ != nullptr) os::CloseHandle(lock_);
-  lock_ = nullptr;
+  file_.reset();
+  lock_.reset();
   fill_ = 0;
 }
 
@@ -72,7 +70,7 @@ bool LogFileWriter::FlushAndClose() {
 
 bool LogFileWriter::WriteToFileLocked(const void* data, uint32_t count) {
   os::Dword done = 0;
-  if (!os::WriteFile(file_, data, count, &done, nullptr)) {
+  if (!os::WriteFile(file_.get(), data, count, &done, nullptr)) {
     error_ = os::GetLastError();
     return false;
   }
@@ -91,13 +89,13 @@ bool LogFileWriter::FlushLocked() {
 
 bool LogFileWriter::Flush() {
   if (!IsOpen()) return false;
-  LockGuard guard(lock_);
+  LockGuard guard(lock_.get());
   return FlushLocked();
 }
 
 bool LogFileWriter::Write(const void* data, uint32_t count) {
   if (!IsOpen() || error_ != 0) return false;
-  LockGuard guard(lock_);
+  LockGuard guard(lock_.get());
   const char* bytes = static_cast<const char*>(data);
   const uint64_t total = static_cast<uint64_t>(fill_) + count;
   if (total < 2ULL * capacity_ && (fill_ > 0 || total < capacity_)) {
@@ -148,13 +146,13 @@ uint32_t LogFileWriter::Error() const { return error_.load(); }
 
 uint64_t LogFileWriter::Writes() const {
   if (!IsOpen()) return writes_;
-  LockGuard guard(lock_);
+  LockGuard guard(lock_.get());
   return writes_;
 }
 
 uint64_t LogFileWriter::BytesWritten() const {
   if (!IsOpen()) return bytes_written_;
-  LockGuard guard(lock_);
+  LockGuard guard(lock_.get());
   return bytes_written_;
 }
 

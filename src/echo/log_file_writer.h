@@ -8,6 +8,7 @@
 
 #include "format/format.h"
 #include "platform/os_handle.h"
+#include "support/handle_holder.h"
 
 namespace portwren {
 
@@ -35,7 +36,7 @@ class LogFileWriter {
   // The format engine's piece writer; the context is the writer.
   static void WritePiece(void* writer, const char* text, int32_t length, const FormatTraceRecord* trace);
 
-  bool IsOpen() const { return file_ != os::kInvalidHandle; }
+  bool IsOpen() const { return file_.valid(); }
   uint32_t Error() const;
   uint64_t Writes() const;
   uint64_t BytesWritten() const;
@@ -44,8 +45,8 @@ class LogFileWriter {
   bool FlushLocked();
   bool WriteToFileLocked(const void* data, uint32_t count);
 
-  os::Handle file_ = os::kInvalidHandle;
-  os::Handle lock_ = nullptr;
+  HandleHolder file_;
+  HandleHolder lock_;
   char* buffer_ = nullptr;
   uint32_t capacity_ = 0;
   uint32_t fill_ = 0;

@@ -13,8 +13,6 @@ using Handle = void*;
 // device calls) or nullptr (events, mutexes, threads), exactly as their Windows namesakes.
 inline const Handle kInvalidHandle = reinterpret_cast<Handle>(~static_cast<uintptr_t>(0));
 
-inline bool IsUsableHandle(Handle handle) { return handle != nullptr && handle != kInvalidHandle; }
-
 // Closes any handle of this layer (file, port, event, mutex, thread). False + 6 when unknown.
 bool CloseHandle(Handle handle);
 

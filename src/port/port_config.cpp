@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "console/run_settings.h"
+#include "support/run_settings.h"
 #include "format/console_log.h"
 #include "platform/os_serial.h"
 #include "port/timed_io.h"

@@ -6,13 +6,14 @@
 #include <memory>
 #include <vector>
 
-#include "console/run_settings.h"
+#include "support/run_settings.h"
 #include "echo/echo_records.h"
 #include "format/console_log.h"
 #include "platform/os_console.h"
 #include "platform/os_file.h"
 #include "platform/os_sync.h"
 #include "port/transfer_buffer.h"
+#include "support/handle_holder.h"
 
 namespace portwren {
 
@@ -22,19 +23,9 @@ std::atomic<LogFileWriter*> g_read_log{nullptr};
 
 // The manual-reset event of one request, closed on every way out. A failed creation is not
 // checked: the request then runs with no event and the waits on it fail.
-class RequestEvent {
- public:
-  RequestEvent() : handle_(os::CreateEventA(true, false)) {}
-  ~RequestEvent() {
-    if (handle_ != nullptr) os::CloseHandle(handle_);
-  }
-  RequestEvent(const RequestEvent&) = delete;
-  RequestEvent& operator=(const RequestEvent&) = delete;
-  os::Handle get() const { return handle_; }
-
- private:
-  os::Handle handle_;
-};
+EventHolder NewRequestEvent() {
+  return EventHolder(os::CreateEventA(true, false));
+}
 
 // A read that the omit switches leave running writes its outcome into its Overlapped whenever
 // the driver completes it, long after TimedRead has returned; so that Overlapped lives on for
@@ -133,7 +124,7 @@ int32_t AskCount(bool for_read) {
 void TimedRead(os::Handle port, int32_t count) {
   if (RefuseCount("ReadFile()", count)) return;
   uint8_t* buffer = TransferBuffer();
-  RequestEvent event;
+  const EventHolder event = NewRequestEvent();
   auto overlapped = std::make_unique<os::Overlapped>();
   overlapped->hEvent = event.get();
   os::Dword done = 0;
@@ -175,7 +166,7 @@ void TimedWrite(os::Handle port, int32_t count) {
   FillCounterWords(buffer, count);
 
   LogTick100("Calling WriteFile(), request %d bytes...", count);
-  RequestEvent event;
+  const EventHolder event = NewRequestEvent();
   os::Overlapped overlapped;
   overlapped.hEvent = event.get();
   os::Dword done = 0;
@@ -209,7 +200,7 @@ namespace {
 // A read that waits up to ms (kInfinite: for good) and cancels what is still pending then.
 int32_t WaitedRead(os::Handle port, void* buffer, int32_t count, os::Dword ms, const char* failure) {
   if (count < 0) return -1;
-  RequestEvent event;
+  const EventHolder event = NewRequestEvent();
   os::Overlapped overlapped;
   overlapped.hEvent = event.get();
   os::Dword done = 0;

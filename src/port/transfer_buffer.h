@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "console/run_settings.h"
+#include "support/run_settings.h"
 
 namespace portwren {
 

@@ -86,7 +86,7 @@ std::string OpenedLines(const std::string& path) {
          "Choose action: 'R/r' read, 'W/w' write, '?' help. <ESC> quit.\n";
 }
 
-const char kBanner[] = "Portwren version 1.7.8, compiled on D\n";
+const char kBanner[] = "Portwren version " PORTWREN_VERSION_STRING ", compiled on D\n";
 const char kEscLines[] = "Got '\x1b'.\n";
 const char kClosedLines[] =
     " [T] Calling CloseHandle(0xH)...\n"

@@ -10,7 +10,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "console/run_settings.h"
+#include "support/run_settings.h"
 #include "console/usage.h"
 
 namespace portwren {
@@ -271,6 +271,25 @@ TEST(ParseCommandLine, RefusedCommandLinesAndWhatTheyPrint) {
     EXPECT_FALSE(p.ok);
     EXPECT_EQ(p.out, c.out);
     EXPECT_EQ(p.err, c.err);
+  }
+}
+
+// Every option, long or short, changes some setting, and a reset undoes all of them.
+TEST(ParseCommandLine, EveryOptionMovesASettingAndResetRestoresThem) {
+  std::vector<std::string> options;
+  for (const LongOption* o = LongOptionTable(); o->name != nullptr; ++o) {
+    options.push_back(std::string("--") + o->name + (o->has_arg == kRequiredArgument ? "=77" : ""));
+  }
+  for (const char* c = kShortOptions; *c != '\0'; ++c) {
+    if (*c != ':') options.push_back(std::string("-") + *c + (c[1] == ':' ? "77" : ""));
+  }
+  Parse({"COM1"});
+  const RunSettings baseline = g_run_settings;
+  for (const std::string& option : options) {
+    Parse({"COM1", option});
+    EXPECT_FALSE(g_run_settings == baseline) << option;
+    ResetRunSettings();
+    EXPECT_TRUE(g_run_settings == RunSettings{}) << option;
   }
 }
 

@@ -20,13 +20,13 @@ void PrintTo(Build build, std::ostream* os) {
   *os << (build == Build::kNative ? "native" : "Windows build under Wine");
 }
 
-constexpr char kBanner[] = "Portwren version 1.7.8, compiled on <date> <time>\n";
+constexpr char kBanner[] = "Portwren version " PORTWREN_VERSION_STRING ", compiled on <date> <time>\n";
 constexpr char kHelpHint[] = "\nUse option -h to display parameter help.\n";
 
 // The build date and time differ between builds.
 std::string ScrubBanner(const std::string& out) {
   static const std::regex banner(
-      "^Portwren version 1\\.7\\.8, compiled on [A-Z][a-z]{2} [ 0-3][0-9] [0-9]{4} "
+      "^Portwren version [0-9.]+, compiled on [A-Z][a-z]{2} [ 0-3][0-9] [0-9]{4} "
       "[0-9]{2}:[0-9]{2}:[0-9]{2}\n");
   return std::regex_replace(out, banner, kBanner, std::regex_constants::format_first_only);
 }

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "console/run_settings.h"
+#include "support/run_settings.h"
 #include "echo/chunk_format.h"
 #include "common/log_files.h"
 #include "platform/os_core.h"

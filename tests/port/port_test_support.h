@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "common/pty_pair.h"
-#include "console/run_settings.h"
+#include "support/run_settings.h"
 #include "format/format.h"
 #include "format/thread_mark.h"
 #include "platform/os_file.h"
