@@ -8,7 +8,7 @@ NATIVE_EXE := $(ROOT)/build/native/src/portwren
 PACKAGES := cmake ninja-build g++ make libgtest-dev libbenchmark-dev zlib1g-dev \
             g++-mingw-w64-x86-64-posix wine wine64 socat tmux xxd
 
-.PHONY: all deps native windows tsan asan test test-native test-tsan demo bench clean
+.PHONY: all deps native windows tsan asan test test-native test-windows test-tsan demo bench clean
 
 all: native windows
 
@@ -34,11 +34,15 @@ asan: deps
 test-native: native
 	ctest --preset native
 
+# The unit suites built for Windows, run under Wine.
+test-windows: windows
+	ctest --preset windows
+
 # Threads and the serial emulation again under ThreadSanitizer.
 test-tsan: tsan
 	ctest --preset tsan -L 'platform|support|port|echo|monitor'
 
-test: test-native test-tsan
+test: test-native test-windows test-tsan
 
 demo: native
 	bash scripts/demo.sh $(NATIVE_EXE)

@@ -69,7 +69,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const testing::TestParamInfo<BufferingCase>& p) { return std::string(p.param.name); });
 
 TEST_F(LogFileWriterTest, AppendOpenKeepsTheFileCleanOpenCutsItPrintFormats) {
-  std::ofstream(path_) << "old text\n";
+  std::ofstream(path_, std::ios::binary) << "old text\n";
   LogFileWriter w;
   ASSERT_TRUE(w.Open(path_.c_str(), true, 64));
   EXPECT_TRUE(w.Write("more\n", 5));

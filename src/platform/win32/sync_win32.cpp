@@ -42,6 +42,11 @@ Dword SleepEx(Dword milliseconds, bool alertable) { return ::SleepEx(millisecond
 // Through the C runtime's thread start, which sets the runtime up for the thread and creates
 // it with CreateThread.
 Handle CreateThread(ThreadProc procedure, void* argument, Dword stack_size, Dword* thread_id) {
+  // The runtime refuses a missing procedure through errno only; say it the Windows way.
+  if (procedure == nullptr) {
+    ::SetLastError(ERROR_INVALID_PARAMETER);
+    return nullptr;
+  }
   unsigned id = 0;
   const uintptr_t thread = _beginthreadex(nullptr, stack_size, procedure, argument, 0, &id);
   if (thread == 0) return nullptr;
