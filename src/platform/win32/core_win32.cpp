@@ -1,15 +1,25 @@
+#include <ctime>
+
 #include "platform/os_core.h"
 #include "platform/win32/windows_proxy.h"
 
-#include <ctime>
-
 namespace portwren::os {
 
-Dword GetLastError() { return ::GetLastError(); }
-void SetLastError(Dword code) { ::SetLastError(code); }
-Dword GetTickCount() { return ::GetTickCount(); }
-void Sleep(Dword milliseconds) { ::Sleep(milliseconds); }
-Dword GetCurrentThreadId() { return ::GetCurrentThreadId(); }
+Dword GetLastError() {
+  return ::GetLastError();
+}
+void SetLastError(Dword code) {
+  ::SetLastError(code);
+}
+Dword GetTickCount() {
+  return ::GetTickCount();
+}
+void Sleep(Dword milliseconds) {
+  ::Sleep(milliseconds);
+}
+Dword GetCurrentThreadId() {
+  return ::GetCurrentThreadId();
+}
 
 static LocalTime FromSystemTime(const SYSTEMTIME& st) {
   LocalTime t;
