@@ -7,6 +7,8 @@ namespace portwren::format_detail {
 
 namespace {
 
+constexpr int32_t kExactDecimals = 1074;
+
 // The digits alone, ending just before `end`; at most kMaxDigits of them.
 template <class Ch>
 Ch* PlainDigits(Ch* end, uint64_t value, unsigned base, bool upper, int32_t min_digits, bool octal_alt) {
@@ -147,7 +149,10 @@ template <class Ch>
 void Engine<Ch>::Float(Ch conversion) {
   const double value = ArgDouble();
   int32_t precision = spec_.precision < 0 ? 6 : spec_.precision;
-  if (precision > kWorkChars - 3) precision = kWorkChars - 3;  // more could not show in the area
+  // Rounding at any precision can carry into the 127 characters kept, so a large one is not
+  // cut to the area. A double is exact in 1074 decimals (767 significant digits); beyond that
+  // the library only adds zeros, yet would build them all (gigabytes for a precision near 2^31).
+  if (precision > kExactDecimals) precision = kExactDecimals;
 
   char directive[16];
   char* d = directive;

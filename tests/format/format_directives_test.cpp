@@ -1,6 +1,8 @@
 // The directives: the familiar flags, width, precision, length modifiers and conversions, then the
 // program's own grouped integers (%D %U %T %t %_) and repetition (%n).
+#include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <limits>
 #include <string>
 
@@ -152,7 +154,25 @@ TEST(FormatFloat, DigitsFromTheLibrarySignAndPaddingOurs) {
   ExpectEach<double>({{"  inf", "%05f", inf}, {" -inf", "%05f", -inf}, {"+inf", "%+f", inf}});
 }
 
-TEST(FormatFloat, LongTextIsCutToTheWorkArea) {
+// The library's text at the full precision, cut to 127 characters: rounding at a shorter one
+// would show, as 2^-215 has 151 significant digits and each form here drops a 5 or more. Past
+// 1074 decimals a double's text only grows zeros, so a huge precision reads as a large one.
+TEST(FormatFloat, LongTextIsTheFullPrecisionCut) {
+  const double tiny = std::ldexp(1.0, -215);
+  const struct {
+    const char* format;
+    int32_t precision;
+    double value;
+    int32_t library_precision;
+  } cases[] = {{"%.*e", 200, tiny, 200},
+               {"%.*g", 150, -tiny, 150},
+               {"%.*f", 1000, tiny, 1000},
+               {"%.*e", std::numeric_limits<int32_t>::max(), tiny, 100000}};
+  for (const auto& c : cases) {
+    char library[128];
+    std::snprintf(library, sizeof library, c.format, c.library_precision, c.value);
+    EXPECT_FORMAT(library, c.format, c.precision, c.value);
+  }
   EXPECT_EQ(Counted(127, ("1." + std::string(125, '0')).c_str()), InBuffer(256, "%.300f", 1.0));
   EXPECT_EQ(127, InBuffer(256, "%f", 1e200).count);
 }
