@@ -199,7 +199,7 @@ void RenderDump(Engine<Ch>* engine, const unsigned char* bytes, int32_t count, b
     const uint64_t last = base > UINT64_MAX - span ? UINT64_MAX : base + span;
     digits = HexDigitCount(last);
     if (state.address_group > 0 && state.address_digits == 0) {
-      digits = (digits + state.address_group - 1) / state.address_group * state.address_group;
+      digits += (state.address_group - digits % state.address_group) % state.address_group;  // no overflow
     } else {
       const int32_t asked = state.address_digits < 0 ? 1 : state.address_digits;
       if (asked > digits) digits = asked;
