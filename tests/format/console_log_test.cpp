@@ -198,9 +198,20 @@ std::string EpochText(int64_t ms) {
 TEST(RenderTest, EpochMillisecondsInLocalTime) {
   setenv("TZ", "UTC", 1);
   tzset();
-  EXPECT_EQ("<2023-11-14_22:13:20.123>", EpochText(1700000000123LL));
-  EXPECT_EQ("<(none)>", EpochText(0));
-  EXPECT_EQ("<>", EpochText(-5));
+  // Nothing for a time that does not convert: before 1970 or after the last millisecond of a
+  // Windows FILETIME, so also where its ticks would wrap or a POSIX year overflow 16 bits.
+  const struct {
+    int64_t ms;
+    const char* text;
+  } cases[] = {{1700000000123LL, "<2023-11-14_22:13:20.123>"},
+               {0, "<(none)>"},
+               {-5, "<>"},
+               {910692730085477LL, "<30828-09-14_02:48:05.477>"},
+               {910692730085478LL, "<>"},
+               {1844674407370956LL, "<>"},
+               {INT64_C(1) << 62, "<>"},
+               {INT64_MAX, "<>"}};
+  for (const auto& c : cases) EXPECT_EQ(c.text, EpochText(c.ms)) << c.ms;
 }
 
 TEST_F(ConsoleLogTest, LinesOfDifferentThreadsStayWhole) {

@@ -63,7 +63,7 @@ LocalTime GetLocalTime() {
 }
 
 bool LocalTimeFromEpochMs(int64_t epoch_ms, LocalTime* out) {
-  if (epoch_ms < 0) return false;
+  if (epoch_ms < 0 || epoch_ms > kLastEpochMs) return false;  // the range of the Windows build
   const time_t seconds = static_cast<time_t>(epoch_ms / 1000);
   struct tm tm;
   if (localtime_r(&seconds, &tm) == nullptr) return false;
