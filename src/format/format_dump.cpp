@@ -11,10 +11,10 @@ namespace portwren::format_detail {
 namespace {
 
 constexpr int32_t kAreaChars = 2048;
-constexpr int32_t kSlack = 64;              // room past the area for whole-block copies
-constexpr int32_t kRowTemplateChars = 1024; // rows up to this long are copied whole
-constexpr int32_t kCellChars = 32;          // a cell is at most 4 + 2 + 4 + 8 = 18 characters
-constexpr int32_t kBlock = 16;              // bytes copied at once
+constexpr int32_t kSlack = 64;               // room past the area for whole-block copies
+constexpr int32_t kRowTemplateChars = 1024;  // rows up to this long are copied whole
+constexpr int32_t kCellChars = 32;           // a cell is at most 4 + 2 + 4 + 8 = 18 characters
+constexpr int32_t kBlock = 16;               // bytes copied at once
 
 template <class Ch>
 struct HexPairs {
@@ -74,7 +74,8 @@ int32_t AddressText(Ch* text, uint64_t address, int32_t digits, int32_t group, c
   }
   Ch work[kWorkChars];
   Ch* const end = work + kWorkChars;
-  const Ch* first = BuildDigits(end, work, address, 16, true, digits, false, separator, separator_length, group);
+  const Ch* first =
+      BuildDigits(end, work, address, 16, true, digits, false, separator, separator_length, group);
   int32_t length = static_cast<int32_t>(end - first);
   if (length > kAddressChars - 1) length = kAddressChars - 1;
   std::memcpy(text, first, sizeof(Ch) * static_cast<std::size_t>(length));
@@ -148,8 +149,9 @@ template <class Ch>
 void Engine<Ch>::Dump(bool upper) {
   const unsigned char* bytes = static_cast<const unsigned char*>(ArgPointer());
   if (bytes == nullptr) return;
-  const int32_t count =
-      spec_.width_given ? spec_.width_arg : static_cast<int32_t>(std::strlen(reinterpret_cast<const char*>(bytes)));
+  const int32_t count = spec_.width_given
+                            ? spec_.width_arg
+                            : static_cast<int32_t>(std::strlen(reinterpret_cast<const char*>(bytes)));
   if (count < 1) return;
   MutableDump();
   RenderDump(this, bytes, count, upper);
@@ -180,7 +182,8 @@ void RenderDump(Engine<Ch>* engine, const unsigned char* bytes, int32_t count, b
   const bool whole_rows = per_row > 0 && per_row * cell <= kRowTemplateChars;
   Ch row_template[kRowTemplateChars + kBlock];
   if (whole_rows) {
-    for (int32_t i = 0; i < per_row; ++i) std::memcpy(row_template + i * cell, cell_template, sizeof(Ch) * cell);
+    for (int32_t i = 0; i < per_row; ++i)
+      std::memcpy(row_template + i * cell, cell_template, sizeof(Ch) * cell);
     for (int32_t i = per_row * cell; i < per_row * cell + kBlock; ++i) row_template[i] = Ch(' ');
   }
 
@@ -196,7 +199,7 @@ void RenderDump(Engine<Ch>* engine, const unsigned char* bytes, int32_t count, b
     const uint64_t last = base > UINT64_MAX - span ? UINT64_MAX : base + span;
     digits = HexDigitCount(last);
     if (state.address_group > 0 && state.address_digits == 0) {
-      digits = (digits + state.address_group - 1) / state.address_group * state.address_group;
+      digits += (state.address_group - digits % state.address_group) % state.address_group;  // no overflow
     } else {
       const int32_t asked = state.address_digits < 0 ? 1 : state.address_digits;
       if (asked > digits) digits = asked;

@@ -7,6 +7,8 @@ namespace portwren::format_detail {
 
 namespace {
 
+constexpr int32_t kExactDecimals = 1074;
+
 // The digits alone, ending just before `end`; at most kMaxDigits of them.
 template <class Ch>
 Ch* PlainDigits(Ch* end, uint64_t value, unsigned base, bool upper, int32_t min_digits, bool octal_alt) {
@@ -99,11 +101,10 @@ void Engine<Ch>::Integer(Ch conversion) {
 
   Ch work[kWorkChars];
   Ch* const end = work + kWorkChars;
-  Ch* body = BuildDigits(end, work + 4, magnitude, base, conversion == Ch('X'),
-                         spec_.precision < 0 ? 1 : spec_.precision, alt && conversion == Ch('o'),
-                         decimal_grouping ? decimal_separator_ : separator_,
-                         decimal_grouping ? decimal_separator_length_ : separator_length_,
-                         decimal_grouping ? 3 : group_);
+  Ch* body = BuildDigits(
+      end, work + 4, magnitude, base, conversion == Ch('X'), spec_.precision < 0 ? 1 : spec_.precision,
+      alt && conversion == Ch('o'), decimal_grouping ? decimal_separator_ : separator_,
+      decimal_grouping ? decimal_separator_length_ : separator_length_, decimal_grouping ? 3 : group_);
   const int32_t body_length = static_cast<int32_t>(end - body);
   Ch* prefix = body;
   if (is_signed) {
@@ -132,7 +133,8 @@ void Engine<Ch>::Pointer(Ch conversion) {
   Ch work[kWorkChars];
   Ch* const end = work + kWorkChars;
   const int32_t digits = spec_.precision > 16 ? spec_.precision : 16;
-  Ch* body = BuildDigits(end, work + 4, value, 16, upper, digits, false, separator_, separator_length_, group_);
+  Ch* body =
+      BuildDigits(end, work + 4, value, 16, upper, digits, false, separator_, separator_length_, group_);
   Ch* prefix = body;
   if ((spec_.flags & Spec::kAlt) != 0 && value != 0) {
     *--prefix = upper ? Ch('X') : Ch('x');
@@ -147,7 +149,10 @@ template <class Ch>
 void Engine<Ch>::Float(Ch conversion) {
   const double value = ArgDouble();
   int32_t precision = spec_.precision < 0 ? 6 : spec_.precision;
-  if (precision > kWorkChars - 3) precision = kWorkChars - 3;  // more could not show in the area
+  // Rounding at any precision can carry into the 127 characters kept, so a large one is not
+  // cut to the area. A double is exact in 1074 decimals (767 significant digits); beyond that
+  // the library only adds zeros, yet would build them all (gigabytes for a precision near 2^31).
+  if (precision > kExactDecimals) precision = kExactDecimals;
 
   char directive[16];
   char* d = directive;
@@ -194,7 +199,8 @@ void Engine<Ch>::Float(Ch conversion) {
   Field(prefix, static_cast<int32_t>(body - prefix), body, length, length > 0 && IsDigit(digits[0]));
 }
 
-template char* BuildDigits(char*, char*, uint64_t, unsigned, bool, int32_t, bool, const char*, int32_t, int32_t);
+template char* BuildDigits(char*, char*, uint64_t, unsigned, bool, int32_t, bool, const char*, int32_t,
+                           int32_t);
 template char16_t* BuildDigits(char16_t*, char16_t*, uint64_t, unsigned, bool, int32_t, bool, const char16_t*,
                                int32_t, int32_t);
 template void Engine<char>::Integer(char);

@@ -71,7 +71,12 @@ struct LocalTime {
 
 LocalTime GetLocalTime();
 
-// Local time of a count of milliseconds since 1970-01-01 UTC; false when it cannot be converted.
+// The last millisecond a Windows FILETIME holds (30828-09-14 02:48:05.477 UTC): no later time
+// converts, on either platform.
+inline constexpr int64_t kLastEpochMs = (INT64_MAX - 116444736000000000) / 10000;
+
+// Local time of a count of milliseconds since 1970-01-01 UTC; false when it cannot be converted
+// (before 1970 or after kLastEpochMs).
 bool LocalTimeFromEpochMs(int64_t epoch_ms, LocalTime* out);
 
 // As GetEnvironmentVariableA: the length copied (without NUL), the size needed when the

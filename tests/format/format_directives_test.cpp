@@ -1,6 +1,8 @@
 // The directives: the familiar flags, width, precision, length modifiers and conversions, then the
 // program's own grouped integers (%D %U %T %t %_) and repetition (%n).
+#include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <limits>
 #include <string>
 
@@ -46,7 +48,7 @@ TEST(FormatText, CharactersAndStrings) {
   EXPECT_FORMAT("abcdef", "%.*s", -1, "abcdef");  // negative: no precision
   EXPECT_FORMAT("[]", "[%s]", static_cast<const char*>(nullptr));
   EXPECT_FORMAT("[]", "[%10s]", static_cast<const char*>(nullptr));  // nothing at all
-  const char unterminated[3] = {'x', 'y', 'z'};  // the precision stops the reading
+  const char unterminated[3] = {'x', 'y', 'z'};                      // the precision stops the reading
   EXPECT_FORMAT("xyz", "%.3s", unterminated);
 }
 
@@ -69,15 +71,19 @@ TEST(FormatInteger, ConversionsAndLengthModifiers) {
 TEST(FormatInteger, WidthAndPrecision) {
   EXPECT_FORMAT("   42|42   |00042", "%5d|%-5d|%05d", 42, 42, 42);
   EXPECT_FORMAT("  -42|-42  |-0042", "%5d|%-5d|%05d", -42, -42, -42);
-  ExpectEach<int>({
-      {"123456", "%3d", 123456}, {"007", "%03u", 7}, {"123", "%03u", 123},
-      {"42   ", "%-05d", 42},  // "-" wins over "0"
-      {"00042", "%.5d", 42}, {"-00042", "%.5d", -42}, {"   00042", "%8.5d", 42},
-      {"   00042", "%08.5d", 42},  // a precision switches zero padding off
-      {"     ", "%5.0d", 0}, {"[]", "[%.0d]", 0}, {"[1]", "[%.0d]", 1},
-      {"[]", "[%.d]", 0},  // a lone "." is precision 0
-      {"000000ff", "%.8x", 255}
-  });
+  ExpectEach<int>({{"123456", "%3d", 123456},
+                   {"007", "%03u", 7},
+                   {"123", "%03u", 123},
+                   {"42   ", "%-05d", 42},  // "-" wins over "0"
+                   {"00042", "%.5d", 42},
+                   {"-00042", "%.5d", -42},
+                   {"   00042", "%8.5d", 42},
+                   {"   00042", "%08.5d", 42},  // a precision switches zero padding off
+                   {"     ", "%5.0d", 0},
+                   {"[]", "[%.0d]", 0},
+                   {"[1]", "[%.0d]", 1},
+                   {"[]", "[%.d]", 0},  // a lone "." is precision 0
+                   {"000000ff", "%.8x", 255}});
   EXPECT_FORMAT("[  7]", "[%*d]", 3, 7);
   EXPECT_FORMAT("[7   ]", "[%*d]", -4, 7);  // negative width left-justifies
   EXPECT_FORMAT("[-7  ]", "[%0*d]", -4, -7);
@@ -94,33 +100,48 @@ TEST(FormatInteger, SignAlternateAndApostropheFlags) {
   EXPECT_FORMAT(" 5 -5", "% d % d", 5, -5);
   EXPECT_FORMAT("5 ff", "%+u %+x", 5, 255);  // unsigned conversions have no sign
   EXPECT_FORMAT("0xff 0XFF", "%#x %#X", 255, 255);
-  ExpectEach<int>({
-      {"+5", "%+ d", 5}, {"+5", "% +d", 5},  // "+" wins over " "
-      {"+0042", "%+05d", 42}, {" 0042", "% 05d", 42}, {"  +42", "%+5d", 42}, {"010", "%#o", 8},
-      {"0", "%#o", 0}, {"0", "%#.0o", 0}, {"0017", "%#.4o", 15},  // already starts with a zero
-      {"0", "%#x", 0},  // no prefix for zero
-      {"0x00ff", "%#06x", 255}, {"  0xff", "%#6x", 255}, {"0xff  ", "%#-6x", 255}, {"0x000ff", "%#.5x", 255},
-      // "'" is taken and ignored.
-      {"1234567", "%'d", 1234567}, {"  1234567", "%'9d", 1234567}, {"-0012", "%0'5d", -12}
-  });
+  ExpectEach<int>({{"+5", "%+ d", 5},
+                   {"+5", "% +d", 5},  // "+" wins over " "
+                   {"+0042", "%+05d", 42},
+                   {" 0042", "% 05d", 42},
+                   {"  +42", "%+5d", 42},
+                   {"010", "%#o", 8},
+                   {"0", "%#o", 0},
+                   {"0", "%#.0o", 0},
+                   {"0017", "%#.4o", 15},  // already starts with a zero
+                   {"0", "%#x", 0},        // no prefix for zero
+                   {"0x00ff", "%#06x", 255},
+                   {"  0xff", "%#6x", 255},
+                   {"0xff  ", "%#-6x", 255},
+                   {"0x000ff", "%#.5x", 255},
+                   // "'" is taken and ignored.
+                   {"1234567", "%'d", 1234567},
+                   {"  1234567", "%'9d", 1234567},
+                   {"-0012", "%0'5d", -12}});
 }
 
 TEST(FormatPointer, SixteenDigitsAtLeast) {
   const void* pointer = reinterpret_cast<const void*>(static_cast<uintptr_t>(0x1234ABCDu));
-  ExpectEach<const void*>({
-      {"000000001234abcd", "%p", pointer}, {"000000001234ABCD", "%P", pointer},
-      {"0x000000001234abcd", "%#p", pointer}, {"0X000000001234ABCD", "%#P", pointer},
-      {"0000000000000000", "%p", nullptr}, {"0000000000000000", "%#p", nullptr},
-      {"  000000001234abcd", "%18p", pointer}, {"000000001234abcd  ", "%-18p", pointer},
-      {"0x00000000001234abcd", "%#020p", pointer}, {"000000000001234abcd", "%.19p", pointer}
-  });
+  ExpectEach<const void*>({{"000000001234abcd", "%p", pointer},
+                           {"000000001234ABCD", "%P", pointer},
+                           {"0x000000001234abcd", "%#p", pointer},
+                           {"0X000000001234ABCD", "%#P", pointer},
+                           {"0000000000000000", "%p", nullptr},
+                           {"0000000000000000", "%#p", nullptr},
+                           {"  000000001234abcd", "%18p", pointer},
+                           {"000000001234abcd  ", "%-18p", pointer},
+                           {"0x00000000001234abcd", "%#020p", pointer},
+                           {"000000000001234abcd", "%.19p", pointer}});
 }
 
 TEST(FormatFloat, DigitsFromTheLibrarySignAndPaddingOurs) {
-  ExpectEach<double>({
-      {"3.141593", "%f", 3.14159265}, {"3.14", "%.2f", 3.14159265}, {"3", "%.0f", 3.14159265},
-      {"3", "%.f", 3.14159265}, {"-1.500000", "%f", -1.5}, {"-01.50", "%06.2f", -1.5}, {" 1.50", "% .2f", 1.5}
-  });
+  ExpectEach<double>({{"3.141593", "%f", 3.14159265},
+                      {"3.14", "%.2f", 3.14159265},
+                      {"3", "%.0f", 3.14159265},
+                      {"3", "%.f", 3.14159265},
+                      {"-1.500000", "%f", -1.5},
+                      {"-01.50", "%06.2f", -1.5},
+                      {" 1.50", "% .2f", 1.5}});
   EXPECT_FORMAT("1.500000e+00 1.500000E+00", "%e %E", 1.5, 1.5);
   EXPECT_FORMAT("0.0001 1E-05", "%g %G", 0.0001, 0.00001);
   EXPECT_FORMAT("  1.50|1.50  |001.50", "%6.2f|%-6.2f|%06.2f", 1.5, 1.5, 1.5);
@@ -130,12 +151,28 @@ TEST(FormatFloat, DigitsFromTheLibrarySignAndPaddingOurs) {
   // Special values are blank padded.
   const double inf = std::numeric_limits<double>::infinity();
   EXPECT_FORMAT("inf -inf", "%f %f", inf, -inf);
-  ExpectEach<double>({
-      {"  inf", "%05f", inf}, {" -inf", "%05f", -inf}, {"+inf", "%+f", inf}
-  });
+  ExpectEach<double>({{"  inf", "%05f", inf}, {" -inf", "%05f", -inf}, {"+inf", "%+f", inf}});
 }
 
-TEST(FormatFloat, LongTextIsCutToTheWorkArea) {
+// The library's text at the full precision, cut to 127 characters: rounding at a shorter one
+// would show, as 2^-215 has 151 significant digits and each form here drops a 5 or more. Past
+// 1074 decimals a double's text only grows zeros, so a huge precision reads as a large one.
+TEST(FormatFloat, LongTextIsTheFullPrecisionCut) {
+  const double tiny = std::ldexp(1.0, -215);
+  const struct {
+    const char* format;
+    int32_t precision;
+    double value;
+    int32_t library_precision;
+  } cases[] = {{"%.*e", 200, tiny, 200},
+               {"%.*g", 150, -tiny, 150},
+               {"%.*f", 1000, tiny, 1000},
+               {"%.*e", std::numeric_limits<int32_t>::max(), tiny, 100000}};
+  for (const auto& c : cases) {
+    char library[128];
+    std::snprintf(library, sizeof library, c.format, c.library_precision, c.value);
+    EXPECT_FORMAT(library, c.format, c.precision, c.value);
+  }
   EXPECT_EQ(Counted(127, ("1." + std::string(125, '0')).c_str()), InBuffer(256, "%.300f", 1.0));
   EXPECT_EQ(127, InBuffer(256, "%f", 1e200).count);
 }
@@ -147,11 +184,13 @@ TEST(FormatArguments, ConsumedStrictlyInOrder) {
 
 TEST(FormatGrouping, DecimalGroupsOfThreeSeparatedAsTSays) {
   // Width and precision count the separators; precision zeros are grouped with the digits.
-  ExpectEach<int>({
-      {"1 234 567", "%D", 1234567}, {"-1 234 567", "%D", -1234567}, {"+1 234", "%+D", 1234},
-      {"   1 234 567", "%12D", 1234567}, {"1 234 567   |", "%-12D|", 1234567},
-      {"0001 234 567", "%012D", 1234567}, {"00 012", "%.5D", 12}
-  });
+  ExpectEach<int>({{"1 234 567", "%D", 1234567},
+                   {"-1 234 567", "%D", -1234567},
+                   {"+1 234", "%+D", 1234},
+                   {"   1 234 567", "%12D", 1234567},
+                   {"1 234 567   |", "%-12D|", 1234567},
+                   {"0001 234 567", "%012D", 1234567},
+                   {"00 012", "%.5D", 12}});
   EXPECT_FORMAT("0 12 123 1 234 123 456", "%D %D %D %D %D", 0, 12, 123, 1234, 123456);
   EXPECT_FORMAT("4 294 967 295", "%U", 0xFFFFFFFFu);
   EXPECT_FORMAT("1 234 567 890 123", "%llD", 1234567890123ll);

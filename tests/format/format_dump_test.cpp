@@ -1,4 +1,5 @@
 // Hex dumps: byte cells and their texts, rows, first column, ruler, address column, line ends.
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -122,6 +123,12 @@ TEST_F(FormatDump, RulerAndAddressColumn) {
   EXPECT_FORMAT("---------00\n01.0000: ee", "%R%t%4.6v%*m", 1, ".", 0x10000ull, 1, bytes_ + 0xEE);
   EXPECT_FORMAT("-------00\n10000: ee", "%R%t%v%*m", 1, ".", 0x10000ull, 1, bytes_ + 0xEE);
   EXPECT_FORMAT("---------00\n0010000: ee", "%R%.7v%*m", 1, 0x10000ull, 1, bytes_ + 0xEE);
+  // A group near the int maximum is still one group: its 80 digits are cut to the 39 of the area.
+  const std::string zeros(39, '0');
+  for (const int32_t group : {INT32_MAX, INT32_MAX - 1}) {
+    EXPECT_FORMAT((std::string(41, '-') + "00\n" + zeros + ": 01\n" + zeros + ": 02").c_str(), "%R%*.0v%*m",
+                  1, group, 0x100ull, 2, bytes_ + 1);
+  }
   // The last byte's address decides: from 0xFFFF one byte has four digits, two have five.
   EXPECT_FORMAT("------00\nFFFF: ee", "%R%4.0v%*m", 1, 0xFFFFull, 1, bytes_ + 0xEE);
   EXPECT_FORMAT("-----------00\n0000.FFFF: 01\n0001.0000: 02", "%R%t%4.0v%*m", 1, ".", 0xFFFFull, 2,

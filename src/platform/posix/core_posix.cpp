@@ -1,11 +1,12 @@
-#include "platform/os_core.h"
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <sys/syscall.h>
-#include <unistd.h>
+
+#include "platform/os_core.h"
 
 namespace portwren::os {
 
@@ -27,8 +28,12 @@ LocalTime FromTm(const struct tm& tm, int milliseconds) {
 }
 }  // namespace
 
-Dword GetLastError() { return t_last_error; }
-void SetLastError(Dword code) { t_last_error = code; }
+Dword GetLastError() {
+  return t_last_error;
+}
+void SetLastError(Dword code) {
+  t_last_error = code;
+}
 
 Dword GetTickCount() {
   struct timespec ts;
@@ -45,7 +50,9 @@ void Sleep(Dword milliseconds) {
   }
 }
 
-Dword GetCurrentThreadId() { return static_cast<Dword>(syscall(SYS_gettid)); }
+Dword GetCurrentThreadId() {
+  return static_cast<Dword>(syscall(SYS_gettid));
+}
 
 LocalTime GetLocalTime() {
   struct timespec ts;
@@ -56,7 +63,7 @@ LocalTime GetLocalTime() {
 }
 
 bool LocalTimeFromEpochMs(int64_t epoch_ms, LocalTime* out) {
-  if (epoch_ms < 0) return false;
+  if (epoch_ms < 0 || epoch_ms > kLastEpochMs) return false;  // the range of the Windows build
   const time_t seconds = static_cast<time_t>(epoch_ms / 1000);
   struct tm tm;
   if (localtime_r(&seconds, &tm) == nullptr) return false;

@@ -1,15 +1,25 @@
+#include <ctime>
+
 #include "platform/os_core.h"
 #include "platform/win32/windows_proxy.h"
 
-#include <ctime>
-
 namespace portwren::os {
 
-Dword GetLastError() { return ::GetLastError(); }
-void SetLastError(Dword code) { ::SetLastError(code); }
-Dword GetTickCount() { return ::GetTickCount(); }
-void Sleep(Dword milliseconds) { ::Sleep(milliseconds); }
-Dword GetCurrentThreadId() { return ::GetCurrentThreadId(); }
+Dword GetLastError() {
+  return ::GetLastError();
+}
+void SetLastError(Dword code) {
+  ::SetLastError(code);
+}
+Dword GetTickCount() {
+  return ::GetTickCount();
+}
+void Sleep(Dword milliseconds) {
+  ::Sleep(milliseconds);
+}
+Dword GetCurrentThreadId() {
+  return ::GetCurrentThreadId();
+}
 
 static LocalTime FromSystemTime(const SYSTEMTIME& st) {
   LocalTime t;
@@ -31,7 +41,7 @@ LocalTime GetLocalTime() {
 }
 
 bool LocalTimeFromEpochMs(int64_t epoch_ms, LocalTime* out) {
-  if (epoch_ms < 0) return false;
+  if (epoch_ms < 0 || epoch_ms > kLastEpochMs) return false;  // the ticks below would wrap
   // FILETIME counts 100 ns units since 1601-01-01.
   const uint64_t ticks = static_cast<uint64_t>(epoch_ms) * 10000ULL + 116444736000000000ULL;
   FILETIME utc{static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
