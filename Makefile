@@ -6,14 +6,21 @@ NATIVE_EXE := $(ROOT)/build/native/src/portwren
 
 # Debian packages the build, the tests and the demo need.
 PACKAGES := cmake ninja-build g++ make libgtest-dev libbenchmark-dev zlib1g-dev \
-            g++-mingw-w64-x86-64-posix wine wine64 socat tmux xxd
+            g++-mingw-w64-x86-64-posix wine wine64 socat tmux xxd clang-format
 
-.PHONY: all deps native windows tsan asan test test-native test-windows test-tsan demo bench clean
+.PHONY: all deps format check-format native windows tsan asan test test-native test-windows test-tsan demo bench clean
 
 all: native windows
 
 deps:
 	@bash scripts/install-deps.sh $(PACKAGES)
+
+# Formats the tree by its own .clang-format; `make test` refuses an unformatted file first.
+format: deps
+	bash scripts/check-format.sh --fix
+
+check-format: deps
+	bash scripts/check-format.sh
 
 windows: deps
 	cmake --preset windows >/dev/null
@@ -42,7 +49,7 @@ test-windows: windows
 test-tsan: tsan
 	ctest --preset tsan -L 'platform|support|port|echo|monitor'
 
-test: test-native test-windows test-tsan
+test: check-format test-native test-windows test-tsan
 
 demo: native
 	bash scripts/demo.sh $(NATIVE_EXE)

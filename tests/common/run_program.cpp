@@ -101,7 +101,7 @@ std::filesystem::path BuildTreeDir() {
 }
 
 void AddWineEnvironment(ProcessOptions* options) {
-  options->env.emplace_back("WINEPREFIX", (BuildTreeDir() / "tests" / "wine-prefix").string());
+  options->env.emplace_back("WINEPREFIX", WinePrefixDir());
   options->env.emplace_back("WINEDEBUG", "-all");
   // No Mono or Gecko install prompts, no desktop menu entries.
   options->env.emplace_back("WINEDLLOVERRIDES", "mscoree,mshtml,winemenubuilder.exe=");
@@ -116,7 +116,7 @@ std::string EnsureWinePrefix(const std::string& wine) {
   const std::lock_guard<std::mutex> guard(mutex);
   if (ready) return "";
 
-  const std::filesystem::path prefix = BuildTreeDir() / "tests" / "wine-prefix";
+  const std::filesystem::path prefix = WinePrefixDir();
   std::error_code ec;
   std::filesystem::create_directories(prefix.parent_path(), ec);
   const std::string lock_path = prefix.string() + ".lock";
@@ -314,6 +314,15 @@ std::string WineUnavailableReason() {
   if (access(exe.c_str(), R_OK) != 0) return "the Windows build is missing: " + exe;
   if (FindOnPath("wine").empty()) return "wine is not on PATH";
   return "";
+}
+
+std::string WinePrefixDir() {
+  return (BuildTreeDir() / "tests" / "wine-prefix").string();
+}
+
+std::string PrepareWinePrefix() {
+  const std::string reason = WineUnavailableReason();
+  return reason.empty() ? EnsureWinePrefix(FindOnPath("wine")) : reason;
 }
 
 ProcessResult RunPortwrenUnderWine(const std::vector<std::string>& args, ProcessOptions options) {

@@ -43,6 +43,10 @@ ProcessResult RunPortwren(const std::vector<std::string>& args, const ProcessOpt
 bool WindowsBuildConfigured();
 // Why the Wine runs cannot happen (no exe configured, exe missing, no wine), or empty when they can.
 std::string WineUnavailableReason();
+// The prefix of the Wine runs; its dosdevices folder maps COM ports to pseudo-terminals.
+std::string WinePrefixDir();
+// Creates the prefix when it is missing; empty, or why the Wine runs cannot happen.
+std::string PrepareWinePrefix();
 // Runs the Windows build under Wine. The first call in a build tree creates the prefix, which takes
 // tens of seconds; concurrent test processes wait for it. On failure `started` is false.
 ProcessResult RunPortwrenUnderWine(const std::vector<std::string>& args, ProcessOptions options = {});
