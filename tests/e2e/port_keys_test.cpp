@@ -1,9 +1,6 @@
 // The built program on one end of a pseudo-terminal pair with piped keys, the test holding the far
 // end: what the read, write, purge, clearing, queue and state keys print and what crosses the line.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/file.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <fstream>
@@ -68,40 +65,37 @@ std::string QueueReport(int in_queue) {
   return " [D] ClearCommError() reports: cbInQue=" + std::to_string(in_queue) + ", cbOutQue=0. \n";
 }
 
-// The DCB lines of the `i` report: each field, its value on a pseudo-terminal that the program has
-// set to 115200 8-N-1, and the pattern that the value on any serial device fits.
-constexpr char kYesNo[] = "(yes|no)";
-constexpr char kChar[] = "0x[0-9A-F]{2}";
+// The DCB lines of the `i` report: each field and its value on a pseudo-terminal that the program
+// has set to 115200 8-N-1.
 const struct {
   const char* name;
   const char* on_pty;
-  const char* pattern;
 } kDcbFields[] = {
-    {"Baudrate", "115200", "115200"},
-    {"fBinary", "yes", kYesNo},
-    {"fParity", "no", kYesNo},
-    {"fOutxCtsFlow", "no", kYesNo},  // F and f switch it
-    {"fOutxDsrFlow", "no", kYesNo},
-    {"fDtrControl", "1 (DTR_CONTROL_ENABLE)", R"([0-2] \(DTR_CONTROL_[A-Z]+\))"},
-    {"fBinary", "yes", kYesNo},
-    {"fDsrSensitivity", "no", kYesNo},
-    {"fTXContinueOnXoff", "no", kYesNo},
-    {"fOutX", "no", kYesNo},
-    {"fInX", "no", kYesNo},
-    {"fErrorChar", "no", kYesNo},
-    {"fNull", "no", kYesNo},
-    {"fRtsControl", "1 (RTS_CONTROL_ENABLE)", R"([0-3] \(RTS_CONTROL_[A-Z]+\))"},
-    {"fAbortOnError", "no", kYesNo},
-    {"XonLim", "2048", "[0-9]+"},
-    {"XoffLim", "512", "[0-9]+"},
-    {"ByteSize", "8", "8"},
-    {"Parity", "NO_PARITY", "NO_PARITY"},
-    {"StopBits", "one", "one"},
-    {"XonChar", "0x11", kChar},
-    {"XoffChar", "0x13", kChar},
-    {"ErrorChar", "0x00", kChar},
-    {"EofChar", "0x00", kChar},
-    {"EvtChar", "0x00", kChar},
+    {"Baudrate", "115200"},
+    {"fBinary", "yes"},
+    {"fParity", "no"},
+    {"fOutxCtsFlow", "no"},  // F and f switch it
+    {"fOutxDsrFlow", "no"},
+    {"fDtrControl", "1 (DTR_CONTROL_ENABLE)"},
+    {"fBinary", "yes"},
+    {"fDsrSensitivity", "no"},
+    {"fTXContinueOnXoff", "no"},
+    {"fOutX", "no"},
+    {"fInX", "no"},
+    {"fErrorChar", "no"},
+    {"fNull", "no"},
+    {"fRtsControl", "1 (RTS_CONTROL_ENABLE)"},
+    {"fAbortOnError", "no"},
+    {"XonLim", "2048"},
+    {"XoffLim", "512"},
+    {"ByteSize", "8"},
+    {"Parity", "NO_PARITY"},
+    {"StopBits", "one"},
+    {"XonChar", "0x11"},
+    {"XoffChar", "0x13"},
+    {"ErrorChar", "0x00"},
+    {"EofChar", "0x00"},
+    {"EvtChar", "0x00"},
 };
 
 std::string PtyDcbLines(bool cts_flow) {
@@ -291,40 +285,6 @@ TEST_F(PortKeysEndToEnd, StateReportShowsTheDcbAndFollowsTheCtsFlowKeys) {
                       "Got 'f'.\nSetCommState() .fOutxCtsFlow=0 Success.\n" + KeyPrompt(4),
                       "Got 'i'.\n" + PtyDcbLines(false) + modem, KeyPrompt(5) + kEscLines + kClosedLines});
   EXPECT_EQ(std::string::npos, out.find("WrongValue")) << out;
-}
-
-// Text as a regular expression that matches just that text.
-std::string Quoted(const std::string& text) {
-  return std::regex_replace(text, std::regex(R"([.^$|()\[\]{}*+?\\])"), R"(\$&)");
-}
-
-// A real serial device, when this machine has one the test may use: the same summary and report
-// structure; the line values are whatever the hardware says.
-TEST_F(PortKeysEndToEnd, StateAndQueueReportsOnTtyS0) {
-  const std::string path = "/dev/ttyS0";
-  const int probe = ::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-  if (probe < 0) GTEST_SKIP() << path << " cannot be opened read/write here";
-  const bool unused = ::flock(probe, LOCK_EX | LOCK_NB) == 0;
-  ::close(probe);
-  if (!unused) GTEST_SKIP() << path << " is in use by another program";
-
-  const ProcessResult r = Run({path, "-c", "300"}, "iq\x1b");
-  ExpectInOrder(r.out, {"DevOpenPath: /dev/ttyS0\ng_bytes_to_rw = 100\ng_wait_msec_before_cancel = 300\n",
-                        testkit::OpenedLines(path)});
-  // The values are the device's own, except what the program sets at start-up.
-  std::string dcb = "Got 'i'\\.\nGetCommState\\(\\) returns DCB info:\n";
-  for (const auto& f : kDcbFields) dcb += std::string("  \\.") + f.name + "=" + f.pattern + "\n";
-  dcb += "\n";
-  const std::string modem =
-      "(Modem lines: CTS (on|off),DSR (on|off), DCD (on|off),RING (on|off)\n\n"
-      "| \\[T\\] GetCommModemStatus\\(\\) fails\\. WinErr=[0-9]+\\([A-Z_a-z]+\\)\n)";
-  const std::string queue =
-      " \\[D\\] ClearCommError\\(\\) reports: cbInQue=[0-9]+, cbOutQue=[0-9]+\\. (Errors-cleared: "
-      "0x[0-9A-F]{4})?\n";
-  EXPECT_TRUE(
-      std::regex_match(KeyOutput(r), std::regex(dcb + modem + Quoted(KeyPrompt(1) + "Got 'q'.\n") + queue +
-                                                Quoted(KeyPrompt(2) + kEscLines + kClosedLines))))
-      << r.out;
 }
 
 }  // namespace

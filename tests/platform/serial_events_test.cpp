@@ -78,7 +78,6 @@ TEST_F(CommEventTest, ArrivalsSinceSetCommMaskAreKeptInTheHistoryAndReportedOnce
   EXPECT_EQ(wait.Ended(port()), kEvRxChar);
 
   ASSERT_TRUE(Queue("a"));
-  std::this_thread::sleep_for(std::chrono::milliseconds(50));
   EventWait first;
   ASSERT_TRUE(first.Start(port()));  // from the history, in the call
   EXPECT_EQ(first.mask, kEvRxChar);
@@ -119,7 +118,6 @@ TEST_F(CommEventTest, HistoryBitsOutsideANewMaskAreDroppedTheOthersKept) {
     write.Write(port(), "x");
     ASSERT_TRUE(write.Done(2000));
     ASSERT_TRUE(Queue("y"));
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
     ASSERT_TRUE(SetCommMask(port(), new_mask));
     EventWait wait;
     ASSERT_TRUE(wait.Start(port()));

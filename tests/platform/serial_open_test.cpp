@@ -96,17 +96,31 @@ TEST_F(OpenTest, SynchronousPortBlocksUntilTheRequestCompletes) {
 
   // A synchronous wait for a comm event.
   ASSERT_TRUE(SetCommMask(port.get(), kEvRxChar));
-  const auto far = WriteFarAfter(50, "e");
-  Dword mask = 0;
-  ASSERT_TRUE(WaitCommEvent(port.get(), &mask, nullptr));
-  EXPECT_EQ(mask, kEvRxChar);
+  {
+    const auto far = WriteFarAfter(50, "e");
+    Dword mask = 0;
+    ASSERT_TRUE(WaitCommEvent(port.get(), &mask, nullptr));
+    EXPECT_EQ(mask, kEvRxChar);
+  }
+  ASSERT_TRUE(PurgeComm(port.get(), kPurgeRxClear));
+
+  // Given an Overlapped without an event, the request shows pending there and the handle is
+  // signalled at its end: another thread can wait for it.
+  Overlapped overlapped;
+  const auto far = WriteFarAfter(100, "ov");
+  std::jthread reader([&] { ReadFile(port.get(), buffer, 2, nullptr, &overlapped); });
+  EXPECT_TRUE(WaitFor([&] { return !HasOverlappedIoCompleted(&overlapped); }, 2000));
+  ASSERT_EQ(WaitForSingleObject(port.get(), 3000), kWaitObject0);
+  Dword count = 0;
+  EXPECT_TRUE(GetOverlappedResult(port.get(), &overlapped, &count, true));
+  EXPECT_EQ(std::string(buffer, count), "ov");
 }
 
 TEST_F(OpenTest, ControlRequestsAndSerialCallsOnOtherHandlesAreNotUnderstood) {
   Dword returned = 99;
   char out[8];
-  EXPECT_FALSE(DeviceIoControl(port(), CtlCode(0x1612, 0xD04, kMethodBuffered, kFileReadAccess), nullptr, 0, out,
-                               sizeof out, &returned, nullptr));
+  EXPECT_FALSE(DeviceIoControl(port(), CtlCode(0x1612, 0xD04, kMethodBuffered, kFileReadAccess), nullptr, 0,
+                               out, sizeof out, &returned, nullptr));
   EXPECT_EQ(GetLastError(), kErrInvalidFunction);
   EXPECT_EQ(returned, 0u);
   EXPECT_FALSE(DeviceIoControl(kInvalidHandle, 0x16127410, nullptr, 0, out, sizeof out, &returned, nullptr));
@@ -126,10 +140,10 @@ TEST(ErrnoMapTest, SystemErrorsBecomeTheirWindowsNumbers) {
   const struct {
     int error_number;
     Dword windows;
-  } table[] = {{ENOENT, kErrFileNotFound},   {EACCES, kErrAccessDenied},      {EBUSY, kErrAccessDenied},
-               {EWOULDBLOCK, kErrAccessDenied}, {ENOTTY, kErrNotSupported},  {EOPNOTSUPP, kErrNotSupported},
-               {EINVAL, kErrInvalidParameter}, {EIO, kErrGenFailure},       {ENXIO, kErrDeviceNotConnected},
-               {ENODEV, kErrDeviceNotConnected}, {ENOSPC, kErrDiskFull},    {ENOTDIR, kErrPathNotFound}};
+  } table[] = {{ENOENT, kErrFileNotFound},       {EACCES, kErrAccessDenied}, {EBUSY, kErrAccessDenied},
+               {EWOULDBLOCK, kErrAccessDenied},  {ENOTTY, kErrNotSupported}, {EOPNOTSUPP, kErrNotSupported},
+               {EINVAL, kErrInvalidParameter},   {EIO, kErrGenFailure},      {ENXIO, kErrDeviceNotConnected},
+               {ENODEV, kErrDeviceNotConnected}, {ENOSPC, kErrDiskFull},     {ENOTDIR, kErrPathNotFound}};
   for (const auto& entry : table) {
     EXPECT_EQ(posix::WinErrorFromErrno(entry.error_number), entry.windows) << entry.error_number;
   }

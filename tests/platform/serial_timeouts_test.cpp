@@ -2,6 +2,7 @@
 // what is checked is the order of things and the counts.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <ostream>
 
@@ -29,38 +30,89 @@ struct ReadCase {
   const char* got = "";
   const char* left = "";
 };
-void PrintTo(const ReadCase& c, std::ostream* out) { *out << c.name; }
+void PrintTo(const ReadCase& c, std::ostream* out) {
+  *out << c.name;
+}
 
 // The total timer, where there is one, is at most 250 ms; the interval timer is 50 ms.
 constexpr ReadCase kReadCases[] = {
-    {.name = "AllZeroWaitsForEveryByteWithoutATimer", .timeouts = {0, 0, 0}, .count = 5, .early = "abc",
-     .quiet_ms = 200, .late = "de", .got = "abcde"},
-    {.name = "AllZeroCompletesInTheCallWhenEverythingIsThere", .timeouts = {0, 0, 0}, .count = 5,
-     .queued = "hello", .in_call = true, .got = "hello"},
+    {.name = "AllZeroWaitsForEveryByteWithoutATimer",
+     .timeouts = {0, 0, 0},
+     .count = 5,
+     .early = "abc",
+     .quiet_ms = 200,
+     .late = "de",
+     .got = "abcde"},
+    {.name = "AllZeroCompletesInTheCallWhenEverythingIsThere",
+     .timeouts = {0, 0, 0},
+     .count = 5,
+     .queued = "hello",
+     .in_call = true,
+     .got = "hello"},
     {.name = "ZeroLengthReadSucceedsAtOnce", .timeouts = {0, 0, 0}, .count = 0, .in_call = true},
     {.name = "IntervalOnlyReturnsNothingAtOnce", .timeouts = {kMax, 0, 0}, .count = 8, .in_call = true},
-    {.name = "IntervalOnlyReturnsWhatIsThereAtOnce", .timeouts = {kMax, 0, 0}, .count = 8, .queued = "xy",
-     .in_call = true, .got = "xy"},
-    {.name = "MaxMaxZeroCompletesInTheCallWithNothing", .timeouts = {kMax, kMax, 0}, .count = 8,
+    {.name = "IntervalOnlyReturnsWhatIsThereAtOnce",
+     .timeouts = {kMax, 0, 0},
+     .count = 8,
+     .queued = "xy",
+     .in_call = true,
+     .got = "xy"},
+    {.name = "MaxMaxZeroCompletesInTheCallWithNothing",
+     .timeouts = {kMax, kMax, 0},
+     .count = 8,
      .in_call = true},
-    {.name = "MaxMaxConstantReturnsBufferedBytesAtOnce", .timeouts = {kMax, kMax, 5000}, .count = 10,
-     .queued = "abc", .in_call = true, .got = "abc"},
-    {.name = "MaxMaxConstantShrinksToOneByteWhenNothingIsThere", .timeouts = {kMax, kMax, 5000}, .count = 10,
-     .early = "xyz", .got = "x", .left = "yz"},
-    {.name = "MaxMaxConstantExpiresAsSuccessWithZeroBytes", .timeouts = {kMax, kMax, 100}, .count = 10,
+    {.name = "MaxMaxConstantReturnsBufferedBytesAtOnce",
+     .timeouts = {kMax, kMax, 5000},
+     .count = 10,
+     .queued = "abc",
+     .in_call = true,
+     .got = "abc"},
+    {.name = "MaxMaxConstantShrinksToOneByteWhenNothingIsThere",
+     .timeouts = {kMax, kMax, 5000},
+     .count = 10,
+     .early = "xyz",
+     .got = "x",
+     .left = "yz"},
+    {.name = "MaxMaxConstantExpiresAsSuccessWithZeroBytes",
+     .timeouts = {kMax, kMax, 100},
+     .count = 10,
      .min_ms = 90},
-    {.name = "MaxWithTotalTimerDoesNotShrink", .timeouts = {kMax, 10, 200}, .count = 5, .early = "ab",
-     .quiet_ms = 100, .min_ms = 240, .got = "ab"},
-    {.name = "MaxWithTotalTimerReturnsBufferedBytesAtOnce", .timeouts = {kMax, 10, 200}, .count = 5,
-     .queued = "cde", .in_call = true, .got = "cde"},
-    {.name = "MaxIntervalAndMaxConstantHaveNoTimerAtAll", .timeouts = {kMax, 0, kMax}, .count = 3,
-     .quiet_ms = 250, .late = "abc", .got = "abc"},
-    {.name = "IntervalTimerWaitsForTheFirstByte", .timeouts = {50, 0, 0}, .count = 10, .quiet_ms = 250,
-     .late = "ab", .got = "ab"},
-    {.name = "TotalTimeoutCompletesWithAShortCount", .timeouts = {0, 20, 100}, .count = 5, .early = "ab",
-     .min_ms = 190, .got = "ab"},
+    {.name = "MaxWithTotalTimerDoesNotShrink",
+     .timeouts = {kMax, 10, 200},
+     .count = 5,
+     .early = "ab",
+     .quiet_ms = 100,
+     .min_ms = 240,
+     .got = "ab"},
+    {.name = "MaxWithTotalTimerReturnsBufferedBytesAtOnce",
+     .timeouts = {kMax, 10, 200},
+     .count = 5,
+     .queued = "cde",
+     .in_call = true,
+     .got = "cde"},
+    {.name = "MaxIntervalAndMaxConstantHaveNoTimerAtAll",
+     .timeouts = {kMax, 0, kMax},
+     .count = 3,
+     .quiet_ms = 250,
+     .late = "abc",
+     .got = "abc"},
+    {.name = "IntervalTimerWaitsForTheFirstByte",
+     .timeouts = {50, 0, 0},
+     .count = 10,
+     .quiet_ms = 250,
+     .late = "ab",
+     .got = "ab"},
+    {.name = "TotalTimeoutCompletesWithAShortCount",
+     .timeouts = {0, 20, 100},
+     .count = 5,
+     .early = "ab",
+     .min_ms = 190,
+     .got = "ab"},
     // Finish waits 5 s: ending at all means the interval fired, not the 10 s total.
-    {.name = "IntervalFiresBeforeTheTotal", .timeouts = {50, 0, 10000}, .count = 10, .early = "ab",
+    {.name = "IntervalFiresBeforeTheTotal",
+     .timeouts = {50, 0, 10000},
+     .count = 10,
+     .early = "ab",
      .got = "ab"},
     {.name = "TotalFiresWhenNoByteStartsTheInterval", .timeouts = {5000, 0, 100}, .count = 10, .min_ms = 90},
 };
@@ -111,16 +163,23 @@ TEST_F(ReadTimeoutTest, AllThreeMaxAreRefusedOthersReadBack) {
   EXPECT_EQ(std::memcmp(&back, &accepted, sizeof back), 0);
 }
 
+// The bytes span several intervals: a timer armed by the first byte alone would end the read
+// after the first few.
 TEST_F(ReadTimeoutTest, IntervalTimerIsRestartedByEachByte) {
-  SetTimeouts(400, 0, 0);
-  Io read(10);
-  ASSERT_FALSE(read.Read(port(), 10));
-  for (const char* piece : {"a", "b", "c"}) {
-    ASSERT_TRUE(pty_.WriteFar(piece));
-    std::this_thread::sleep_for(std::chrono::milliseconds(60));
-    EXPECT_FALSE(read.Done(0)) << piece;
-  }
-  EXPECT_EQ(read.Finish(port()), Ok("abc"));
+  constexpr int kIntervalMs = 150;
+  constexpr int kGapMs = 50;
+  const std::string sent = "abcdefghijkl";  // 550 ms from first to last
+  SetTimeouts(kIntervalMs, 0, 0);
+  Io read(32);
+  ASSERT_FALSE(read.Read(port(), 32));
+  std::jthread sender([&] {
+    const auto start = Clock::now();
+    for (size_t i = 0; i < sent.size(); ++i) {
+      std::this_thread::sleep_until(start + std::chrono::milliseconds(kGapMs * static_cast<int>(i)));
+      pty_.WriteFar(sent.substr(i, 1));
+    }
+  });
+  EXPECT_EQ(read.Finish(port(), 5000), Ok(sent));
 }
 
 TEST_F(ReadTimeoutTest, TimeoutsAreTakenWhenTheReadBecomesCurrent) {
@@ -133,10 +192,7 @@ TEST_F(ReadTimeoutTest, TimeoutsAreTakenWhenTheReadBecomesCurrent) {
   ASSERT_TRUE(pty_.WriteFar("a"));
   EXPECT_EQ(first.Finish(port()), Ok("a"));
   // Had its timer started when it was issued, it would end near 600 ms.
-  while (MsSince(start) < 800) {
-    EXPECT_FALSE(second.Done(0)) << "at " << MsSince(start) << " ms";
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
+  EXPECT_FALSE(second.Done(static_cast<Dword>(std::max(0LL, 800 - MsSince(start)))));
   EXPECT_EQ(second.Finish(port()), Ok(""));
 }
 

@@ -9,12 +9,14 @@
 #include "common/wine_differences.h"
 #include "platform/os_sync.h"
 #include "platform/os_thread.h"
+#include "platform_test_util.h"
 #include "support/handle_holder.h"
 
 namespace portwren {
 namespace {
 
 using namespace os;
+using testing_util::WaitFor;
 
 TEST(EventTest, ManualResetStaysSignalledUntilResetAndTheInitialStateIsHonoured) {
   EventHolder event(CreateEventA(true, false));
@@ -42,10 +44,9 @@ TEST(EventTest, AutoResetReleasesOneWaiterPerSet) {
       if (WaitForSingleObject(event.get(), 5000) == kWaitObject0) ++woken;
     });
   }
-  std::this_thread::sleep_for(std::chrono::milliseconds(50));
   SetEvent(event.get());
-  std::this_thread::sleep_for(std::chrono::milliseconds(150));
-  EXPECT_EQ(woken.load(), 1);
+  EXPECT_TRUE(WaitFor([&] { return woken == 1; }));
+  EXPECT_FALSE(WaitFor([&] { return woken > 1; }, 150));
   SetEvent(event.get());
   for (auto& waiter : waiters) waiter.join();
   EXPECT_EQ(woken.load(), 2);
@@ -146,10 +147,9 @@ TEST(MutexTest, OwnerMayTakeItAgainOthersWaitForTheLastRelease) {
       ReleaseMutex(mutex.get());
     }
   });
-  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  EXPECT_TRUE(WaitFor([&] { return foreign_release_error != 0; }));
   ASSERT_TRUE(ReleaseMutex(mutex.get()));
-  std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  EXPECT_FALSE(acquired.load());  // still held once
+  EXPECT_FALSE(WaitFor([&] { return acquired.load(); }, 100));  // still held once
   ASSERT_TRUE(ReleaseMutex(mutex.get()));
   other.join();
   EXPECT_TRUE(acquired.load());

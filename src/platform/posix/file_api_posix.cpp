@@ -30,7 +30,8 @@ bool EqualsIgnoringCase(const char* text, const char* lower) {
 // "\\.\COM12", "\\?\...", bare "COM3", "\\.\QDX_Datapipe": Windows device names, which name
 // nothing here (not even a file of that name in the working directory).
 bool IsWindowsDeviceName(const char* path) {
-  if (path[0] == '\\' && path[1] == '\\' && (path[2] == '.' || path[2] == '?') && path[3] == '\\') return true;
+  if (path[0] == '\\' && path[1] == '\\' && (path[2] == '.' || path[2] == '?') && path[3] == '\\')
+    return true;
   if (!EqualsIgnoringCase(path, "com")) return false;
   const char* digits = path + 3;
   if (*digits == '\0') return false;
@@ -70,9 +71,10 @@ bool Dispatch(Handle file, Dword* done, Overlapped* overlapped, Issue issue) {
   if (done != nullptr) *done = 0;
   auto object = Lookup<IoObject>(file);
   if (object == nullptr) return Fail(kErrInvalidHandle);
-  if (!object->overlapped()) return RunSynchronously(overlapped, done, [&](const CompletionTarget& target, Dword* count) {
-    return issue(*object, target, count);
-  });
+  if (!object->overlapped())
+    return RunSynchronously(
+        object.get(), overlapped, done,
+        [&](const CompletionTarget& target, Dword* count) { return issue(*object, target, count); });
   if (overlapped == nullptr) return Fail(kErrInvalidParameter);
   CompletionTarget target;
   if (!MakeTarget(object.get(), overlapped, &target)) return false;
@@ -172,7 +174,8 @@ Handle CreateFileA(const char* path, Dword desired_access, Dword /*share_mode*/,
     close(fd);
     return Failed(WinErrorFromErrno(error));
   }
-  return Install(MakeRegularFile(fd, overlapped, can_read, can_write), existed ? kErrAlreadyExists : kErrSuccess);
+  return Install(MakeRegularFile(fd, overlapped, can_read, can_write),
+                 existed ? kErrAlreadyExists : kErrSuccess);
 }
 
 Handle CreateFileW(const WChar* path, Dword desired_access, Dword share_mode, Dword creation_disposition,
@@ -185,19 +188,22 @@ Handle CreateFileW(const WChar* path, Dword desired_access, Dword share_mode, Dw
 
 bool ReadFile(Handle file, void* buffer, Dword bytes_to_read, Dword* done, Overlapped* overlapped) {
   if (buffer == nullptr && bytes_to_read > 0) return Fail(kErrInvalidParameter);
-  return Dispatch(file, done, overlapped, [&](IoObject& object, const CompletionTarget& target, Dword* count) {
-    return object.Read(buffer, bytes_to_read, count, target);
-  });
+  return Dispatch(file, done, overlapped,
+                  [&](IoObject& object, const CompletionTarget& target, Dword* count) {
+                    return object.Read(buffer, bytes_to_read, count, target);
+                  });
 }
 
 bool WriteFile(Handle file, const void* buffer, Dword bytes_to_write, Dword* done, Overlapped* overlapped) {
   if (buffer == nullptr && bytes_to_write > 0) return Fail(kErrInvalidParameter);
-  return Dispatch(file, done, overlapped, [&](IoObject& object, const CompletionTarget& target, Dword* count) {
-    return object.Write(buffer, bytes_to_write, count, target);
-  });
+  return Dispatch(file, done, overlapped,
+                  [&](IoObject& object, const CompletionTarget& target, Dword* count) {
+                    return object.Write(buffer, bytes_to_write, count, target);
+                  });
 }
 
-bool ReadFileEx(Handle file, void* buffer, Dword bytes_to_read, Overlapped* overlapped, CompletionRoutine routine) {
+bool ReadFileEx(Handle file, void* buffer, Dword bytes_to_read, Overlapped* overlapped,
+                CompletionRoutine routine) {
   if (buffer == nullptr && bytes_to_read > 0) return Fail(kErrInvalidParameter);
   return DispatchEx(file, overlapped, routine, [&](IoObject& object, const CompletionTarget& target) {
     return object.Read(buffer, bytes_to_read, nullptr, target);
@@ -229,7 +235,9 @@ bool GetOverlappedResult(Handle file, Overlapped* overlapped, Dword* done, bool 
   return true;
 }
 
-bool HasOverlappedIoCompleted(const Overlapped* overlapped) { return LoadStatus(overlapped) != kStatusPending; }
+bool HasOverlappedIoCompleted(const Overlapped* overlapped) {
+  return LoadStatus(overlapped) != kStatusPending;
+}
 
 bool CancelIo(Handle file) {
   auto object = Lookup<IoObject>(file);
@@ -249,10 +257,11 @@ Dword SetFilePointer(Handle file, int32_t distance, int32_t* distance_high, Dwor
     SetLastError(kErrInvalidHandle);
     return kInvalidSetFilePointer;
   }
-  const int64_t move = distance_high != nullptr
-                           ? static_cast<int64_t>((static_cast<uint64_t>(static_cast<uint32_t>(*distance_high)) << 32) |
-                                                  static_cast<uint32_t>(distance))
-                           : distance;
+  const int64_t move =
+      distance_high != nullptr
+          ? static_cast<int64_t>((static_cast<uint64_t>(static_cast<uint32_t>(*distance_high)) << 32) |
+                                 static_cast<uint32_t>(distance))
+          : distance;
   int64_t position = 0;
   if (!object->Seek(move, move_method, &position)) return kInvalidSetFilePointer;
   if (distance_high != nullptr) *distance_high = static_cast<int32_t>(position >> 32);

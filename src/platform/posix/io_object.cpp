@@ -1,6 +1,7 @@
 #include "platform/posix/io_object.h"
 
 #include <atomic>
+#include <mutex>
 
 #include "platform/posix/errno_map.h"
 #include "platform/posix/request_target.h"
@@ -11,7 +12,8 @@ namespace portwren::os::posix {
 // is the one field of the caller's Overlapped that is accessed atomically; the count is
 // written before it and read after it.
 uintptr_t LoadStatus(const Overlapped* overlapped) {
-  return std::atomic_ref<uintptr_t>(const_cast<Overlapped*>(overlapped)->Internal).load(std::memory_order_acquire);
+  return std::atomic_ref<uintptr_t>(const_cast<Overlapped*>(overlapped)->Internal)
+      .load(std::memory_order_acquire);
 }
 
 void StoreStatus(Overlapped* overlapped, uintptr_t status) {
@@ -33,8 +35,12 @@ void CompletionTarget::Begin() const {
 
 void CompletionTarget::Finish(uintptr_t status, Dword count, bool in_issuing_call) const {
   if (overlapped != nullptr) {
+    // Stored and announced in one step under SyncMutex: a waiter looks at the status under
+    // it, so it either sees the new status or is already asleep when the wake-up comes.
+    std::lock_guard lock(SyncMutex());
     overlapped->InternalHigh = count;
     StoreStatus(overlapped, status);
+    NotifyWaiters();
   }
   if (routine != nullptr) {
     if (in_issuing_call && !StatusIsSuccess(status)) return;
@@ -46,8 +52,6 @@ void CompletionTarget::Finish(uintptr_t status, Dword count, bool in_issuing_cal
     event->Set();
   } else if (signal_handle != nullptr) {
     signal_handle->SetSignalled(true);
-  } else {
-    NotifyWaiters();  // a GetOverlappedResult may be waiting on the status alone
   }
 }
 
@@ -70,10 +74,16 @@ bool MakeTarget(IoObject* object, Overlapped* overlapped, CompletionTarget* targ
   return target->event != nullptr ? true : Fail(kErrInvalidHandle);
 }
 
-bool IoObject::CancelRequest(const Overlapped*) { return Fail(kErrNotFound); }
+bool IoObject::CancelRequest(const Overlapped*) {
+  return Fail(kErrNotFound);
+}
 
-bool IoObject::Seek(int64_t, Dword, int64_t*) { return Fail(kErrInvalidFunction); }
+bool IoObject::Seek(int64_t, Dword, int64_t*) {
+  return Fail(kErrInvalidFunction);
+}
 
-bool IoObject::Truncate() { return Fail(kErrInvalidFunction); }
+bool IoObject::Truncate() {
+  return Fail(kErrInvalidFunction);
+}
 
 }  // namespace portwren::os::posix

@@ -12,10 +12,16 @@ namespace portwren::os::posix {
 bool MakeTarget(IoObject* object, Overlapped* overlapped, CompletionTarget* target);
 
 // A request on a synchronous handle: issued like an overlapped one with a private event, then
-// waited for. A caller's Overlapped still receives the outcome.
+// waited for. A caller's Overlapped shows it pending and then its outcome, and its event (else
+// the handle) is signalled at the end, so another thread can wait for it as on Windows.
 // issue(const CompletionTarget&, Dword* count) -> bool, as an overlapped call.
 template <typename Issue>
-bool RunSynchronously(Overlapped* caller_overlapped, Dword* done, Issue issue) {
+bool RunSynchronously(IoObject* object, Overlapped* caller_overlapped, Dword* done, Issue issue) {
+  CompletionTarget caller;
+  if (caller_overlapped != nullptr) {
+    if (!MakeTarget(object, caller_overlapped, &caller)) return false;
+    caller.Begin();
+  }
   Overlapped own;
   CompletionTarget target;
   target.overlapped = &own;
@@ -32,10 +38,7 @@ bool RunSynchronously(Overlapped* caller_overlapped, Dword* done, Issue issue) {
   if (done != nullptr) *done = count;
   if (caller_overlapped != nullptr) {
     const Dword error = GetLastError();
-    CompletionTarget caller;
-    if (MakeTarget(nullptr, caller_overlapped, &caller)) {
-      caller.Finish(ok ? kStatusSuccess : StatusFromError(error), count, false);
-    }
+    caller.Finish(ok ? kStatusSuccess : StatusFromError(error), count, false);
     SetLastError(error);
   }
   return ok;

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <system_error>
+#include <utility>
 
 #include "platform/posix/errno_map.h"
 #include "platform/posix/termios_map.h"
@@ -29,7 +30,9 @@ std::shared_ptr<SerialDevice> SerialDevice::Open(int fd, bool overlapped, bool c
 SerialDevice::SerialDevice(int fd, bool overlapped, bool can_read, bool can_write)
     : IoObject(overlapped, can_read, can_write), fd_(fd) {}
 
-SerialDevice::~SerialDevice() { OnClose(); }
+SerialDevice::~SerialDevice() {
+  OnClose();
+}
 
 bool SerialDevice::Init(Dword* error) {
   termios2 settings;
@@ -87,11 +90,32 @@ void SerialDevice::OnClose() {
     Wake();
   }
   if (service_.joinable()) service_.join();
-  std::lock_guard lock(mu_);
-  if (fd_ >= 0) close(fd_);  // also drops the exclusive lock
-  if (wake_fd_ >= 0) close(wake_fd_);
-  fd_ = -1;
-  wake_fd_ = -1;
+  int fd;
+  int wake_fd;
+  {
+    // Every other user of the numbers looks at closing_ first, under the lock: once they are
+    // taken out here, nothing touches them again, even after the system hands them out anew.
+    std::lock_guard lock(mu_);
+    fd = std::exchange(fd_, -1);
+    wake_fd = std::exchange(wake_fd_, -1);
+  }
+  // Closed without the lock: a UART whose output is held back (CTS low) may keep close()
+  // waiting for the driver's closing wait (30 s), and no other call is to wait with it.
+  if (fd >= 0) close(fd);  // also drops the exclusive lock
+  if (wake_fd >= 0) close(wake_fd);
+}
+
+bool SerialDevice::Usable() {
+  if (closing_) return Fail(kErrInvalidHandle);
+  // Nothing may be watching the terminal (no request pending): look now.
+  if (!gone_ && HungUp()) NoticeHangUp(Clock::now());
+  return gone_ ? Fail(gone_error_) : true;
+}
+
+void SerialDevice::NoticeHangUp(Clock::time_point now) {
+  // Pending reads still get what was received, then everything fails.
+  PumpReads(now);
+  if (!gone_) MarkGone(kErrDeviceNotConnected);
 }
 
 void SerialDevice::Wake() {
@@ -154,7 +178,8 @@ int SerialDevice::PollTimeout(Clock::time_point now) const {
   }
   if (!gone_) {
     const bool watch_modem = modem_ok_ && (event_mask_ & (kEvCts | kEvDsr | kEvRlsd | kEvRing)) != 0;
-    const bool watch_errors = icount_ok_ && ((event_mask_ & (kEvBreak | kEvErr)) != 0 || shadow_.fAbortOnError);
+    const bool watch_errors =
+        icount_ok_ && ((event_mask_ & (kEvBreak | kEvErr)) != 0 || shadow_.fAbortOnError);
     const bool watch_input = (event_mask_ & (kEvRxChar | kEvRxFlag | kEvRx80Full)) != 0 &&
                              (rx_seen_ > 0 || !reads_.empty() || now < rx_backoff_until_);
     if (watch_modem || watch_errors || watch_input) consider(std::max(now, next_sample_));
@@ -178,7 +203,8 @@ void SerialDevice::ServiceLoop() {
     Pump(now);
     if (closing_) break;
     // A wake-up that led nowhere although the terminal still says ready is a stall.
-    if (in_fired && !rx_progress_ && !reads_.empty() && StillReady(POLLIN)) rx_backoff_until_ = now + kSamplePeriod;
+    if (in_fired && !rx_progress_ && !reads_.empty() && StillReady(POLLIN))
+      rx_backoff_until_ = now + kSamplePeriod;
     if (out_fired && !tx_progress_ && !writes_.empty() && StillReady(POLLOUT)) {
       tx_backoff_until_ = now + kSamplePeriod;
     }
@@ -203,9 +229,7 @@ void SerialDevice::ServiceLoop() {
     }
     const short revents = fds[1].revents;
     if ((revents & (POLLHUP | POLLERR | POLLNVAL)) != 0) {
-      // Hung up: pending reads still get what was received, then everything fails.
-      PumpReads(Clock::now());
-      if (!gone_) MarkGone(kErrDeviceNotConnected);
+      NoticeHangUp(Clock::now());
       continue;
     }
     out_fired = (revents & POLLOUT) != 0;

@@ -9,6 +9,11 @@
 // arrives or drains, and the sampling of modem lines, error counters and the input queue that
 // comm events need. No call ever blocks in the terminal, so a write that cannot finish never
 // holds up a read and the reverse.
+//
+// README.md in this folder follows one read from ReadFile to its end, gives the lock order
+// (mu_ before SyncMutex) and the COMMTIMEOUTS rule behind each Request field. The class is
+// spread over serial_device.cpp (open, close, service thread), serial_device_requests.cpp,
+// serial_device_settings.cpp and serial_device_events.cpp; serial_posix.cpp calls it.
 #pragma once
 
 #include <chrono>
@@ -33,7 +38,8 @@ class SerialDevice final : public IoObject {
 
   // fd: an open, locked, non-blocking terminal; owned from here on, also on failure.
   // nullptr + *error when it cannot be set up.
-  static std::shared_ptr<SerialDevice> Open(int fd, bool overlapped, bool can_read, bool can_write, Dword* error);
+  static std::shared_ptr<SerialDevice> Open(int fd, bool overlapped, bool can_read, bool can_write,
+                                            Dword* error);
 
   SerialDevice(int fd, bool overlapped, bool can_read, bool can_write);
   ~SerialDevice() override;
@@ -76,14 +82,15 @@ class SerialDevice final : public IoObject {
     Dword done = 0;
     Dword* event_mask = nullptr;
     InCallResult* in_call = nullptr;
-    // Set when the request becomes current.
+    // Set from the timeouts when the request becomes current (I/M/C: interval, multiplier,
+    // constant of the read timeouts).
     bool started = false;
-    bool return_if_any = false;  // complete at the first look if anything is there...
-    bool shrink = false;         // ...else wait for a single byte
-    bool immediate = false;      // complete at the first look whatever is there
-    Dword need = 0;              // bytes that complete it
-    Dword interval_ms = 0;
-    std::optional<Clock::time_point> total_deadline;
+    bool return_if_any = false;  // I = MAXDWORD, M or C set: complete at once if anything is there...
+    bool shrink = false;         // ...and with I = M = MAXDWORD, 0 < C: else wait for one byte only
+    bool immediate = false;      // I = MAXDWORD, M = C = 0: complete at once whatever is there
+    Dword need = 0;              // bytes that complete it: all asked for, 1 once shrunk
+    Dword interval_ms = 0;       // 0 < I < MAXDWORD: armed by the first byte, restarted by each
+    std::optional<Clock::time_point> total_deadline;  // M * length + C from the start (C if shrunk)
     std::optional<Clock::time_point> interval_deadline;
   };
   using RequestPtr = std::unique_ptr<Request>;
@@ -92,14 +99,17 @@ class SerialDevice final : public IoObject {
   bool Start(RequestPtr request, Dword size, Dword* done, const CompletionTarget& target,
              std::deque<RequestPtr>* queue);
   bool Issue(RequestPtr request, std::deque<RequestPtr>* queue, Dword* done);
-  bool Refuse(Dword error);  // checks before a request exists
+  // False (last error set) while the device cannot be used: 6 once the handle is closing,
+  // 1167 once the device went away (found out here if nothing has noticed yet).
+  bool Usable();
+  void NoticeHangUp(Clock::time_point now);
 
   void Pump(Clock::time_point now);
   void PumpReads(Clock::time_point now);
   void PumpWrites(Clock::time_point now);
   void StartReadTiming(Request& request, Clock::time_point now);
   void StartWriteTiming(Request& request, Clock::time_point now);
-  Dword FillRead(Request& request, Clock::time_point now);   // 0 or the device's failure
+  Dword FillRead(Request& request, Clock::time_point now);  // 0 or the device's failure
   Dword FillWrite(Request& request);
   Dword IoFailure(int error_number);
   void CheckTxEmpty();

@@ -26,10 +26,10 @@ void SerialDevice::RaiseEvents(Dword events) {
 }
 
 bool SerialDevice::WaitEvent(Dword* event_mask, const CompletionTarget& target) {
+  if (event_mask == nullptr) return Fail(kErrInvalidParameter);
   std::lock_guard lock(mu_);
-  if (closing_) return Fail(kErrInvalidHandle);
-  if (event_mask == nullptr || event_mask_ == 0 || wait_ != nullptr) return Fail(kErrInvalidParameter);
-  if (gone_) return Fail(gone_error_);
+  if (!Usable()) return false;
+  if (event_mask_ == 0 || wait_ != nullptr) return Fail(kErrInvalidParameter);
   SampleLines(Clock::now(), true);
   target.Begin();
   if (history_ != 0) {
@@ -47,17 +47,17 @@ bool SerialDevice::WaitEvent(Dword* event_mask, const CompletionTarget& target) 
 }
 
 bool SerialDevice::SetMask(Dword event_mask) {
-  if ((event_mask & ~kEvAllValid) != 0) return Fail(kErrInvalidParameter);
   std::lock_guard lock(mu_);
-  if (closing_) return Fail(kErrInvalidHandle);
+  if (!Usable()) return false;
+  if ((event_mask & ~kEvAllValid) != 0) return Fail(kErrInvalidParameter);
   // A pending wait ends successfully with no events.
   if (wait_ != nullptr) CompleteWait(0, kStatusSuccess);
   // Only what happens from now on is an event: take the present state as the baseline.
-  if ((event_mask & kRxEvents) != 0 && (event_mask_ & kRxEvents) == 0 && !gone_) {
+  if ((event_mask & kRxEvents) != 0 && (event_mask_ & kRxEvents) == 0) {
     rx_seen_ = std::max(0, InputQueueBytes());
     rx80_raised_ = static_cast<Dword>(rx_seen_) >= RxThreshold();
   }
-  if ((event_mask & kModemEvents) != 0 && (event_mask_ & kModemEvents) == 0 && modem_ok_ && !gone_) {
+  if ((event_mask & kModemEvents) != 0 && (event_mask_ & kModemEvents) == 0 && modem_ok_) {
     int lines = 0;
     if (ioctl(fd_, TIOCMGET, &lines) == 0) modem_lines_ = lines;
   }
@@ -70,7 +70,7 @@ bool SerialDevice::SetMask(Dword event_mask) {
 bool SerialDevice::GetMask(Dword* event_mask) {
   if (event_mask == nullptr) return Fail(kErrInvalidParameter);
   std::lock_guard lock(mu_);
-  if (closing_) return Fail(kErrInvalidHandle);
+  if (!Usable()) return false;
   *event_mask = event_mask_;
   return true;
 }

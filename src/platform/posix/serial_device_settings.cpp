@@ -15,8 +15,9 @@ namespace {
 
 Dcb Normalized(const Dcb& dcb) {
   Dcb out = dcb;
-  for (Dword* flag : {&out.fBinary, &out.fParity, &out.fOutxCtsFlow, &out.fOutxDsrFlow, &out.fDsrSensitivity,
-                      &out.fTXContinueOnXoff, &out.fOutX, &out.fInX, &out.fErrorChar, &out.fNull, &out.fAbortOnError}) {
+  for (Dword* flag :
+       {&out.fBinary, &out.fParity, &out.fOutxCtsFlow, &out.fOutxDsrFlow, &out.fDsrSensitivity,
+        &out.fTXContinueOnXoff, &out.fOutX, &out.fInX, &out.fErrorChar, &out.fNull, &out.fAbortOnError}) {
     *flag = *flag != 0 ? 1 : 0;
   }
   return out;
@@ -32,7 +33,8 @@ constexpr tcflag_t kFramingFlags = CSIZE | PARENB | PARODD | CMSPAR | CSTOPB;
 
 // A device without modem lines (a pty) answers ENOTTY or EINVAL: "not supported".
 Dword ModemLineError(int error_number) {
-  return error_number == ENOTTY || error_number == EINVAL ? kErrNotSupported : WinErrorFromErrno(error_number);
+  return error_number == ENOTTY || error_number == EINVAL ? kErrNotSupported
+                                                          : WinErrorFromErrno(error_number);
 }
 
 }  // namespace
@@ -40,11 +42,12 @@ Dword ModemLineError(int error_number) {
 bool SerialDevice::GetState(Dcb* dcb) {
   if (dcb == nullptr) return Fail(kErrInvalidParameter);
   std::lock_guard lock(mu_);
-  if (closing_) return Fail(kErrInvalidHandle);
+  if (!Usable()) return false;
   termios2 settings;
   if (ioctl(fd_, TCGETS2, &settings) != 0) return FailWithErrno(errno);
   *dcb = TermiosToDcb(settings, shadow_);
-  if (framing_known_ && (settings.c_cflag & kFramingFlags) == framing_cflag_ && settings.c_ospeed == framing_speed_) {
+  if (framing_known_ && (settings.c_cflag & kFramingFlags) == framing_cflag_ &&
+      settings.c_ospeed == framing_speed_) {
     dcb->BaudRate = shadow_.BaudRate;
     dcb->ByteSize = shadow_.ByteSize;
     dcb->Parity = shadow_.Parity;
@@ -56,7 +59,7 @@ bool SerialDevice::GetState(Dcb* dcb) {
 bool SerialDevice::SetState(const Dcb& requested) {
   const Dcb dcb = Normalized(requested);
   std::lock_guard lock(mu_);
-  if (closing_) return Fail(kErrInvalidHandle);
+  if (!Usable()) return false;
   if (ValidateDcb(dcb, in_queue_size_) != kErrSuccess) return Fail(kErrInvalidParameter);
   termios2 before;
   if (ioctl(fd_, TCGETS2, &before) != 0) return FailWithErrno(errno);
@@ -91,25 +94,25 @@ bool SerialDevice::SetState(const Dcb& requested) {
 bool SerialDevice::GetTimeouts(CommTimeouts* timeouts) {
   if (timeouts == nullptr) return Fail(kErrInvalidParameter);
   std::lock_guard lock(mu_);
-  if (closing_) return Fail(kErrInvalidHandle);
+  if (!Usable()) return false;
   *timeouts = timeouts_;
   return true;
 }
 
 bool SerialDevice::SetTimeouts(const CommTimeouts& timeouts) {
+  std::lock_guard lock(mu_);
+  if (!Usable()) return false;
   if (timeouts.ReadIntervalTimeout == kMaxDword && timeouts.ReadTotalTimeoutMultiplier == kMaxDword &&
       timeouts.ReadTotalTimeoutConstant == kMaxDword) {
     return Fail(kErrInvalidParameter);
   }
-  std::lock_guard lock(mu_);
-  if (closing_) return Fail(kErrInvalidHandle);
   timeouts_ = timeouts;
   return true;
 }
 
 bool SerialDevice::Setup(Dword in_queue, Dword out_queue) {
   std::lock_guard lock(mu_);
-  if (closing_) return Fail(kErrInvalidHandle);
+  if (!Usable()) return false;
   // A recommendation: the input queue only ever grows, the output size is noted.
   in_queue_size_ = std::max(in_queue_size_, in_queue);
   out_queue_size_ = out_queue;
@@ -117,16 +120,16 @@ bool SerialDevice::Setup(Dword in_queue, Dword out_queue) {
 }
 
 bool SerialDevice::Purge(Dword flags) {
+  std::lock_guard lock(mu_);
+  if (!Usable()) return false;
   if (flags == 0 || (flags & ~(kPurgeTxAbort | kPurgeRxAbort | kPurgeTxClear | kPurgeRxClear)) != 0) {
     return Fail(kErrInvalidParameter);
   }
-  std::lock_guard lock(mu_);
-  if (closing_) return Fail(kErrInvalidHandle);
   const uintptr_t aborted = StatusFromError(kErrOperationAborted);
   if ((flags & kPurgeTxAbort) != 0) CompleteAll(&writes_, aborted);
   if ((flags & kPurgeRxAbort) != 0) CompleteAll(&reads_, aborted);
-  if ((flags & kPurgeTxClear) != 0 && !gone_ && ioctl(fd_, TCFLSH, TCOFLUSH) != 0) return FailWithErrno(errno);
-  if ((flags & kPurgeRxClear) != 0 && !gone_) {
+  if ((flags & kPurgeTxClear) != 0 && ioctl(fd_, TCFLSH, TCOFLUSH) != 0) return FailWithErrno(errno);
+  if ((flags & kPurgeRxClear) != 0) {
     if (ioctl(fd_, TCFLSH, TCIFLUSH) != 0) return FailWithErrno(errno);
     rx_seen_ = 0;
     rx80_raised_ = false;
@@ -137,8 +140,7 @@ bool SerialDevice::Purge(Dword flags) {
 
 bool SerialDevice::ClearError(Dword* errors, ComStat* stat) {
   std::lock_guard lock(mu_);
-  if (closing_) return Fail(kErrInvalidHandle);
-  if (gone_) return Fail(gone_error_);
+  if (!Usable()) return false;
   if (icount_ok_) SampleErrors();
   if (stat != nullptr) {
     const int in_queue = InputQueueBytes();
@@ -163,8 +165,7 @@ bool SerialDevice::ClearError(Dword* errors, ComStat* stat) {
 bool SerialDevice::GetModemStatus(Dword* modem_status) {
   if (modem_status == nullptr) return Fail(kErrInvalidParameter);
   std::lock_guard lock(mu_);
-  if (closing_) return Fail(kErrInvalidHandle);
-  if (gone_) return Fail(gone_error_);
+  if (!Usable()) return false;
   int lines = 0;
   if (ioctl(fd_, TIOCMGET, &lines) != 0) return Fail(ModemLineError(errno));
   Dword status = 0;

@@ -1,3 +1,4 @@
+// The calls of os_serial.h, each handed to the SerialDevice behind the port's handle.
 #include "platform/os_serial.h"
 #include "platform/posix/errno_map.h"
 #include "platform/posix/request_target.h"
@@ -83,9 +84,9 @@ bool WaitCommEvent(Handle port, Dword* event_mask, Overlapped* overlapped) {
   auto device = Port(port);
   if (device == nullptr) return false;
   if (!device->overlapped()) {
-    return posix::RunSynchronously(overlapped, nullptr, [&](const posix::CompletionTarget& target, Dword*) {
-      return device->WaitEvent(event_mask, target);
-    });
+    return posix::RunSynchronously(
+        device.get(), overlapped, nullptr,
+        [&](const posix::CompletionTarget& target, Dword*) { return device->WaitEvent(event_mask, target); });
   }
   if (overlapped == nullptr) return Fail(kErrInvalidParameter);
   posix::CompletionTarget target;

@@ -46,8 +46,7 @@ bool SerialDevice::Write(const void* buffer, Dword size, Dword* done, const Comp
 bool SerialDevice::Start(RequestPtr request, Dword size, Dword* done, const CompletionTarget& target,
                          std::deque<RequestPtr>* queue) {
   std::lock_guard lock(mu_);
-  if (closing_) return Fail(kErrInvalidHandle);
-  if (gone_) return Fail(gone_error_);
+  if (!Usable()) return false;
   if (abort_latched_) return Fail(kErrOperationAborted);
   target.Begin();
   if (size == 0) {
@@ -128,7 +127,8 @@ Dword SerialDevice::FillRead(Request& request, Clock::time_point now) {
           std::memchr(fresh, static_cast<uint8_t>(shadow_.EvtChar), static_cast<size_t>(got)) != nullptr) {
         events |= kEvRxFlag;
       }
-      if (request.interval_ms != 0) request.interval_deadline = now + std::chrono::milliseconds(request.interval_ms);
+      if (request.interval_ms != 0)
+        request.interval_deadline = now + std::chrono::milliseconds(request.interval_ms);
       RaiseEvents(events);
       continue;
     }
