@@ -3,13 +3,14 @@
 #include <cstdio>
 
 #include "console/key_source.h"
-#include "support/run_settings.h"
+#include "console/monitor_keys.h"
 #include "format/console_log.h"
 #include "platform/os_console.h"
 #include "platform/os_file.h"
 #include "port/comm_state_report.h"
 #include "port/port_config.h"
 #include "port/timed_io.h"
+#include "support/run_settings.h"
 
 namespace portwren {
 
@@ -112,21 +113,25 @@ After BufferCounts(MainLine& line) {
   return After::kPrompt;
 }
 
+After MonitorStart(MainLine& line) {
+  return StartMonitorKey(line, false) ? After::kPrompt : After::kNextPass;
+}
+After MonitorStartAsking(MainLine& line) {
+  return StartMonitorKey(line, true) ? After::kPrompt : After::kNextPass;
+}
+After MonitorStop(MainLine& line) {
+  return StopMonitorKey(line) ? After::kPrompt : After::kNextPass;
+}
+After ReaderToggle(MainLine& line) {
+  return ReaderKey(line) ? After::kPrompt : After::kNextPass;
+}
+
 constexpr KeyBinding kKeyTable[] = {
-    {os::kKeyEsc, &Quit},
-    {'X', &QuitAndReopen},
-    {'?', &Help},
-    {'r', &ReadPreset},
-    {'R', &ReadCustom},
-    {'w', &WritePreset},
-    {'W', &WriteCustom},
-    {'i', &ReportState},
-    {'P', &PurgeWithAbort},
-    {'p', &PurgeClearOnly},
-    {'F', &CtsFlowOn},
-    {'f', &CtsFlowOff},
-    {'0', &ClearPort},
-    {'q', &BufferCounts},
+    {os::kKeyEsc, &Quit},   {'X', &QuitAndReopen},  {'?', &Help},         {'r', &ReadPreset},
+    {'R', &ReadCustom},     {'w', &WritePreset},    {'W', &WriteCustom},  {'i', &ReportState},
+    {'P', &PurgeWithAbort}, {'p', &PurgeClearOnly}, {'F', &CtsFlowOn},    {'f', &CtsFlowOff},
+    {'0', &ClearPort},      {'q', &BufferCounts},   {'E', &MonitorStart}, {'$', &MonitorStartAsking},
+    {'e', &MonitorStop},    {'#', &ReaderToggle},
 };
 
 After Dispatch(MainLine& line, int key) {
@@ -173,7 +178,8 @@ void RunKeyLoop(MainLine& line) {
     if (after == After::kQuit) break;
     if (after == After::kNextPass) continue;
     ++line.prompt_count;
-    std::printf("\n{%d}Again? 'R/r' read, 'W/r' write. More: 0,X,i,P,p,F,f,E,e,C,c,S,#,?\n", line.prompt_count);
+    std::printf("\n{%d}Again? 'R/r' read, 'W/r' write. More: 0,X,i,P,p,F,f,E,e,C,c,S,#,?\n",
+                line.prompt_count);
   }
   if (g_pause_before_quit) {
     std::printf("\n====== PROGRAM DONE. PRESS A KEY TO QUIT ======\n");

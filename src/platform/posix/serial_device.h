@@ -20,6 +20,7 @@
 
 #include "platform/os_serial.h"
 #include "platform/posix/io_object.h"
+#include "platform/posix/modem_wait_posix.h"
 
 namespace portwren::os::posix {
 
@@ -33,7 +34,8 @@ class SerialDevice final : public IoObject {
 
   // fd: an open, locked, non-blocking terminal; owned from here on, also on failure.
   // nullptr + *error when it cannot be set up.
-  static std::shared_ptr<SerialDevice> Open(int fd, bool overlapped, bool can_read, bool can_write, Dword* error);
+  static std::shared_ptr<SerialDevice> Open(int fd, bool overlapped, bool can_read, bool can_write,
+                                            Dword* error);
 
   SerialDevice(int fd, bool overlapped, bool can_read, bool can_write);
   ~SerialDevice() override;
@@ -99,7 +101,7 @@ class SerialDevice final : public IoObject {
   void PumpWrites(Clock::time_point now);
   void StartReadTiming(Request& request, Clock::time_point now);
   void StartWriteTiming(Request& request, Clock::time_point now);
-  Dword FillRead(Request& request, Clock::time_point now);   // 0 or the device's failure
+  Dword FillRead(Request& request, Clock::time_point now);  // 0 or the device's failure
   Dword FillWrite(Request& request);
   Dword IoFailure(int error_number);
   void CheckTxEmpty();
@@ -112,6 +114,8 @@ class SerialDevice final : public IoObject {
 
   void RaiseEvents(Dword events);
   void SampleLines(Clock::time_point now, bool force);
+  bool ReadModemCounts(ModemCounts* counts);
+  void WatchModemLines();  // baseline of the lines, and the thread that waits for them to move
   void SampleInput();
   void SampleErrors();
   Dword RxThreshold() const;
@@ -156,6 +160,9 @@ class SerialDevice final : public IoObject {
   bool modem_ok_ = false;   // TIOCMGET works (not on a pty)
   bool icount_ok_ = false;  // TIOCGICOUNT works
   int modem_lines_ = 0;
+  ModemCounts modem_counts_;
+  // Made once the mask first wants modem events; stopped on close, outside mu_.
+  std::unique_ptr<ModemLineWaiter> modem_waiter_;
   struct Counters {
     int frame = 0, overrun = 0, parity = 0, brk = 0, buf_overrun = 0;
   } counters_;
