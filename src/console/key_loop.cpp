@@ -127,11 +127,24 @@ After ReaderToggle(MainLine& line) {
 }
 
 constexpr KeyBinding kKeyTable[] = {
-    {os::kKeyEsc, &Quit},   {'X', &QuitAndReopen},  {'?', &Help},         {'r', &ReadPreset},
-    {'R', &ReadCustom},     {'w', &WritePreset},    {'W', &WriteCustom},  {'i', &ReportState},
-    {'P', &PurgeWithAbort}, {'p', &PurgeClearOnly}, {'F', &CtsFlowOn},    {'f', &CtsFlowOff},
-    {'0', &ClearPort},      {'q', &BufferCounts},   {'E', &MonitorStart}, {'$', &MonitorStartAsking},
-    {'e', &MonitorStop},    {'#', &ReaderToggle},
+    {os::kKeyEsc, &Quit},
+    {'X', &QuitAndReopen},
+    {'?', &Help},
+    {'r', &ReadPreset},
+    {'R', &ReadCustom},
+    {'w', &WritePreset},
+    {'W', &WriteCustom},
+    {'i', &ReportState},
+    {'P', &PurgeWithAbort},
+    {'p', &PurgeClearOnly},
+    {'F', &CtsFlowOn},
+    {'f', &CtsFlowOff},
+    {'0', &ClearPort},
+    {'q', &BufferCounts},
+    {'E', &MonitorStart},
+    {'$', &MonitorStartAsking},
+    {'e', &MonitorStop},
+    {'#', &ReaderToggle},
 };
 
 After Dispatch(MainLine& line, int key) {
@@ -178,8 +191,7 @@ void RunKeyLoop(MainLine& line) {
     if (after == After::kQuit) break;
     if (after == After::kNextPass) continue;
     ++line.prompt_count;
-    std::printf("\n{%d}Again? 'R/r' read, 'W/r' write. More: 0,X,i,P,p,F,f,E,e,C,c,S,#,?\n",
-                line.prompt_count);
+    std::printf("\n{%d}Again? 'R/r' read, 'W/r' write. More: 0,X,i,P,p,F,f,E,e,C,c,S,#,?\n", line.prompt_count);
   }
   if (g_pause_before_quit) {
     std::printf("\n====== PROGRAM DONE. PRESS A KEY TO QUIT ======\n");

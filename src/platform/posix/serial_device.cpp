@@ -29,9 +29,7 @@ std::shared_ptr<SerialDevice> SerialDevice::Open(int fd, bool overlapped, bool c
 SerialDevice::SerialDevice(int fd, bool overlapped, bool can_read, bool can_write)
     : IoObject(overlapped, can_read, can_write), fd_(fd) {}
 
-SerialDevice::~SerialDevice() {
-  OnClose();
-}
+SerialDevice::~SerialDevice() { OnClose(); }
 
 bool SerialDevice::Init(Dword* error) {
   termios2 settings;
@@ -159,8 +157,7 @@ int SerialDevice::PollTimeout(Clock::time_point now) const {
   }
   if (!gone_) {
     const bool watch_modem = modem_ok_ && (event_mask_ & (kEvCts | kEvDsr | kEvRlsd | kEvRing)) != 0;
-    const bool watch_errors =
-        icount_ok_ && ((event_mask_ & (kEvBreak | kEvErr)) != 0 || shadow_.fAbortOnError);
+    const bool watch_errors = icount_ok_ && ((event_mask_ & (kEvBreak | kEvErr)) != 0 || shadow_.fAbortOnError);
     const bool watch_input = (event_mask_ & (kEvRxChar | kEvRxFlag | kEvRx80Full)) != 0 &&
                              (rx_seen_ > 0 || !reads_.empty() || now < rx_backoff_until_);
     if (watch_modem || watch_errors || watch_input) consider(std::max(now, next_sample_));
@@ -184,8 +181,7 @@ void SerialDevice::ServiceLoop() {
     Pump(now);
     if (closing_) break;
     // A wake-up that led nowhere although the terminal still says ready is a stall.
-    if (in_fired && !rx_progress_ && !reads_.empty() && StillReady(POLLIN))
-      rx_backoff_until_ = now + kSamplePeriod;
+    if (in_fired && !rx_progress_ && !reads_.empty() && StillReady(POLLIN)) rx_backoff_until_ = now + kSamplePeriod;
     if (out_fired && !tx_progress_ && !writes_.empty() && StillReady(POLLOUT)) {
       tx_backoff_until_ = now + kSamplePeriod;
     }

@@ -34,8 +34,7 @@ class SerialDevice final : public IoObject {
 
   // fd: an open, locked, non-blocking terminal; owned from here on, also on failure.
   // nullptr + *error when it cannot be set up.
-  static std::shared_ptr<SerialDevice> Open(int fd, bool overlapped, bool can_read, bool can_write,
-                                            Dword* error);
+  static std::shared_ptr<SerialDevice> Open(int fd, bool overlapped, bool can_read, bool can_write, Dword* error);
 
   SerialDevice(int fd, bool overlapped, bool can_read, bool can_write);
   ~SerialDevice() override;
@@ -101,7 +100,7 @@ class SerialDevice final : public IoObject {
   void PumpWrites(Clock::time_point now);
   void StartReadTiming(Request& request, Clock::time_point now);
   void StartWriteTiming(Request& request, Clock::time_point now);
-  Dword FillRead(Request& request, Clock::time_point now);  // 0 or the device's failure
+  Dword FillRead(Request& request, Clock::time_point now);   // 0 or the device's failure
   Dword FillWrite(Request& request);
   Dword IoFailure(int error_number);
   void CheckTxEmpty();

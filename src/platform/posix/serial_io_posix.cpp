@@ -132,8 +132,7 @@ Dword SerialDevice::FillRead(Request& request, Clock::time_point now) {
           std::memchr(news, static_cast<uint8_t>(shadow_.EvtChar), news_count) != nullptr) {
         events |= kEvRxFlag;
       }
-      if (request.interval_ms != 0)
-        request.interval_deadline = now + std::chrono::milliseconds(request.interval_ms);
+      if (request.interval_ms != 0) request.interval_deadline = now + std::chrono::milliseconds(request.interval_ms);
       RaiseEvents(events);
       continue;
     }
