@@ -22,6 +22,14 @@ class ReaderTest : public porttest::PortTest {
     StopReadComThread();  // a failed test may leave it running
     porttest::PortTest::TearDown();
   }
+  // Stops the reader, closing the port should the stop not end by itself.
+  bool StopEnds() {
+    return EndsByItself([] { EXPECT_TRUE(StopReadComThread()); },
+                        [&] {
+                          os::CloseHandle(port_);
+                          port_ = os::kInvalidHandle;
+                        });
+  }
   // Waits until nothing waits in the port's queue: a pending read has claimed what came.
   bool Claimed() {
     return WaitUntil([&] { return InQueue() == 0; });
@@ -64,7 +72,7 @@ TEST_F(ReaderTest, StopEndsAPendingReadOrTheLoopBetweenReads) {
     }
     ASSERT_TRUE(tap.WaitFor(c.first, c.first_seen));
     ASSERT_TRUE(Claimed());  // the 3 bytes after the first 100 sit in the next, pending read
-    ASSERT_TRUE(EndsByItself([] { EXPECT_TRUE(StopReadComThread()); }, [] {}));
+    ASSERT_TRUE(StopEnds());
     const std::string out = tap.Stop();
     ASSERT_EQ(0, out.find(c.first)) << out;
     // Nothing but the first line, repeated, comes before the last lines.
@@ -88,7 +96,7 @@ TEST_F(ReaderTest, ConsoleReadsAndWritesLeaveTheReaderAndAnAbortingPurgeEndsIt) 
   ASSERT_TRUE(tap.WaitFor("#[T] ReadComThread: Got 10 bytes.\n"));
   Purge(port_, true);
   ASSERT_TRUE(tap.WaitFor(kGotError));
-  ASSERT_TRUE(EndsByItself([] { EXPECT_TRUE(StopReadComThread()); }, [] {}));
+  ASSERT_TRUE(StopEnds());
   const std::string out = tap.Stop();
   EXPECT_NE(std::string::npos,
             out.find(" [T] Result: ReadFile async fail. WinErr=995(ERROR_OPERATION_ABORTED)\n"))
