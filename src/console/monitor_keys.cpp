@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <optional>
+#include <type_traits>
 
 #include "format/console_log.h"
 #include "monitor/comm_event_monitor.h"
@@ -16,6 +17,8 @@ namespace {
 // The monitor's context lives in static storage: one still running at quit ends with the
 // process, and nothing frees its context under it on the way out.
 std::optional<CommEventMonitor> g_monitor_slot;
+static_assert(std::is_trivially_destructible_v<std::optional<CommEventMonitor>>,
+              "the exit must leave a running monitor's context alone");
 
 bool AskYes(const char* question, bool yes_by_default) {
   std::printf("%s", question);
