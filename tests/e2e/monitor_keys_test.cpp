@@ -42,9 +42,7 @@ const char kStopLines[] =
     " [T] Main thread calls SetCommMask(h,0); to tell quit WaitCommEvent thread.\n"
     " [T] WaitCommEvent thread quitting confirmed.\n";
 const char kMonitorStarts[] = "*[T] WaitCommEvent thread starting.\n";
-const char kMonitorQuits[] =
-    "*[T] ====WaitCommEvent thread receives quit signal. Now quit this thread.\n"
-    "*[T] WaitCommEvent thread quitting.\n";
+const char kMonitorQuits[] = "*[T] WaitCommEvent thread quitting.\n";
 
 class MonitorKeysEndToEnd : public testkit::PtyRunTest {
  protected:
@@ -71,6 +69,7 @@ TEST_F(MonitorKeysEndToEnd, StartRefuseStopAndStopWithNone) {
   EXPECT_EQ("Got 'E'.\n" + KeyPrompt(1) + "Got 'E'.\nAlready monitoring CommEvents.\n" + "Got 'e'.\n" +
                 kStopLines + KeyPrompt(2) + "Got 'e'.\n" + KeyPrompt(3) + kEscLines + kClosedLines,
             LinesAfterStartUp(r, ' '));
+  // How far the thread got before the stop depends on the machine's pace; it ends either way.
   const std::string monitor = LinesAfterStartUp(r, '*');
   EXPECT_TRUE(monitor.starts_with(kMonitorStarts) && monitor.ends_with(kMonitorQuits)) << monitor;
 }
@@ -91,7 +90,7 @@ TEST_F(MonitorKeysEndToEnd, DollarAsksWhatToWatch) {
     SCOPED_TRACE(c.answers);
     const ProcessResult r = RunTyped({port()}, [&](testkit::KeyPipe& keys) {
       keys.Type(std::string("$") + c.answers);
-      std::this_thread::sleep_for(std::chrono::milliseconds(500));  // the monitor starts waiting
+      std::this_thread::sleep_for(std::chrono::milliseconds(1000));  // the monitor starts waiting
       keys.Type("$e\x1b");
     });
     EXPECT_EQ(

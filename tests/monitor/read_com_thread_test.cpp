@@ -92,8 +92,10 @@ TEST_F(ReaderTest, ConsoleReadsAndWritesLeaveTheReaderAndAnAbortingPurgeEndsIt) 
   TimedRead(port_, 5);
   TimedWrite(port_, 20);
   EXPECT_EQ(20u, pty_.ReadFar(20, 2000).size());
-  ASSERT_TRUE(pty_.WriteFar("0123456789"));
+  // Ten for this read, and one the next read claims: the purge must find that one pending.
+  ASSERT_TRUE(pty_.WriteFar("0123456789X"));
   ASSERT_TRUE(tap.WaitFor("#[T] ReadComThread: Got 10 bytes.\n"));
+  ASSERT_TRUE(Claimed());
   Purge(port_, true);
   ASSERT_TRUE(tap.WaitFor(kGotError));
   ASSERT_TRUE(StopEnds());
