@@ -3,13 +3,14 @@
 #include <cstdio>
 
 #include "console/key_source.h"
-#include "support/run_settings.h"
+#include "console/monitor_keys.h"
 #include "format/console_log.h"
 #include "platform/os_console.h"
 #include "platform/os_file.h"
 #include "port/comm_state_report.h"
 #include "port/port_config.h"
 #include "port/timed_io.h"
+#include "support/run_settings.h"
 
 namespace portwren {
 
@@ -112,6 +113,19 @@ After BufferCounts(MainLine& line) {
   return After::kPrompt;
 }
 
+After MonitorStart(MainLine& line) {
+  return StartMonitorKey(line, false) ? After::kPrompt : After::kNextPass;
+}
+After MonitorStartAsking(MainLine& line) {
+  return StartMonitorKey(line, true) ? After::kPrompt : After::kNextPass;
+}
+After MonitorStop(MainLine& line) {
+  return StopMonitorKey(line) ? After::kPrompt : After::kNextPass;
+}
+After ReaderToggle(MainLine& line) {
+  return ReaderKey(line) ? After::kPrompt : After::kNextPass;
+}
+
 constexpr KeyBinding kKeyTable[] = {
     {os::kKeyEsc, &Quit},
     {'X', &QuitAndReopen},
@@ -127,6 +141,10 @@ constexpr KeyBinding kKeyTable[] = {
     {'f', &CtsFlowOff},
     {'0', &ClearPort},
     {'q', &BufferCounts},
+    {'E', &MonitorStart},
+    {'$', &MonitorStartAsking},
+    {'e', &MonitorStop},
+    {'#', &ReaderToggle},
 };
 
 After Dispatch(MainLine& line, int key) {

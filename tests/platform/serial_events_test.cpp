@@ -88,7 +88,9 @@ TEST_F(CommEventTest, ArrivalsSinceSetCommMaskAreKeptInTheHistoryAndReportedOnce
   EXPECT_EQ(second.Ended(port()), kEvRxChar);
 }
 
-TEST_F(CommEventTest, ByteTakenByAPendingReadIsStillAnEvent) {
+// A byte is one event: when a pending read takes it at once, or when it arrives in the queue
+// (the read that takes it later reports nothing new).
+TEST_F(CommEventTest, EachByteIsOneEventWhetherAReadIsWaitingForItOrNot) {
   ASSERT_TRUE(SetCommMask(port(), kEvRxChar));
   Io read(1);
   ASSERT_FALSE(read.Read(port(), 1));
@@ -97,18 +99,34 @@ TEST_F(CommEventTest, ByteTakenByAPendingReadIsStillAnEvent) {
   ASSERT_TRUE(pty_.WriteFar("z"));
   EXPECT_EQ(read.Finish(port()), Ok("z"));
   EXPECT_EQ(wait.Ended(port()), kEvRxChar);
+
+  EventWait queued;
+  ASSERT_FALSE(queued.Start(port()));
+  ASSERT_TRUE(pty_.WriteFar("y"));
+  EXPECT_EQ(queued.Ended(port()), kEvRxChar);
+  Io later(1);
+  later.Read(port(), 1);
+  EXPECT_EQ(later.Finish(port()), Ok("y"));
+  EventWait none;
+  ASSERT_FALSE(none.Start(port()));
+  EXPECT_FALSE(none.Done(150)) << "reading a reported byte is no new event";
+  ASSERT_TRUE(SetCommMask(port(), 0));
+  EXPECT_TRUE(none.Done(2000));
 }
 
 TEST_F(CommEventTest, TxEmptyComesOnlyAfterSomethingWasSent) {
+  Io before;  // sent while the mask did not ask for it
+  before.Write(port(), "old");
+  EXPECT_EQ(before.Finish(port()), Ok("old"));
   ASSERT_TRUE(SetCommMask(port(), kEvTxEmpty));
   EventWait wait;
   ASSERT_FALSE(wait.Start(port()));
-  EXPECT_FALSE(wait.Done(150));  // an idle port never reports it
+  EXPECT_FALSE(wait.Done(150));  // nor does an idle port report it
   Io write;
   write.Write(port(), "hello");
   EXPECT_EQ(write.Finish(port()), Ok("hello"));
   EXPECT_EQ(wait.Ended(port()), kEvTxEmpty);
-  EXPECT_EQ(pty_.ReadFar(5, 1000), "hello");
+  EXPECT_EQ(pty_.ReadFar(8, 1000), "oldhello");
 }
 
 TEST_F(CommEventTest, HistoryBitsOutsideANewMaskAreDroppedTheOthersKept) {

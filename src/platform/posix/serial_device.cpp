@@ -61,6 +61,7 @@ bool SerialDevice::Init(Dword* error) {
   icount_ok_ = ioctl(fd_, TIOCGICOUNT, &counters) == 0;
   if (icount_ok_) {
     counters_ = {counters.frame, counters.overrun, counters.parity, counters.brk, counters.buf_overrun};
+    modem_counts_ = {counters.cts, counters.dsr, counters.dcd, counters.rng};
   }
 
   wake_fd_ = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
@@ -89,6 +90,8 @@ void SerialDevice::OnClose() {
     if (wait_ != nullptr) CompleteWait(0, aborted);
     Wake();
   }
+  // Nothing makes a new waiter once closing_ is set; its change callback takes mu_.
+  if (modem_waiter_ != nullptr) modem_waiter_->Stop();
   if (service_.joinable()) service_.join();
   int fd;
   int wake_fd;

@@ -25,6 +25,7 @@
 
 #include "platform/os_serial.h"
 #include "platform/posix/io_object.h"
+#include "platform/posix/modem_wait_posix.h"
 
 namespace portwren::os::posix {
 
@@ -122,6 +123,8 @@ class SerialDevice final : public IoObject {
 
   void RaiseEvents(Dword events);
   void SampleLines(Clock::time_point now, bool force);
+  bool ReadModemCounts(ModemCounts* counts);
+  void WatchModemLines();  // baseline of the lines, and the thread that waits for them to move
   void SampleInput();
   void SampleErrors();
   Dword RxThreshold() const;
@@ -166,6 +169,9 @@ class SerialDevice final : public IoObject {
   bool modem_ok_ = false;   // TIOCMGET works (not on a pty)
   bool icount_ok_ = false;  // TIOCGICOUNT works
   int modem_lines_ = 0;
+  ModemCounts modem_counts_;
+  // Made once the mask first wants modem events; stopped on close, outside mu_.
+  std::unique_ptr<ModemLineWaiter> modem_waiter_;
   struct Counters {
     int frame = 0, overrun = 0, parity = 0, brk = 0, buf_overrun = 0;
   } counters_;

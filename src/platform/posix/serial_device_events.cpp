@@ -5,6 +5,7 @@
 #include <sys/ioctl.h>
 
 #include <algorithm>
+#include <cerrno>
 
 #include "platform/posix/errno_map.h"
 #include "platform/posix/serial_device.h"
@@ -37,6 +38,8 @@ bool SerialDevice::WaitEvent(Dword* event_mask, const CompletionTarget& target) 
     target.Finish(kStatusSuccess, sizeof(Dword), true);
     return true;
   }
+  // EV_TXEMPTY now needs bytes sent from here on: output still draining from before is no event.
+  tx_since_empty_ = false;
   wait_ = std::make_unique<Request>();
   wait_->kind = Kind::kWait;
   wait_->target = target;
@@ -57,9 +60,8 @@ bool SerialDevice::SetMask(Dword event_mask) {
     rx_seen_ = std::max(0, InputQueueBytes());
     rx80_raised_ = static_cast<Dword>(rx_seen_) >= RxThreshold();
   }
-  if ((event_mask & kModemEvents) != 0 && (event_mask_ & kModemEvents) == 0 && modem_ok_) {
-    int lines = 0;
-    if (ioctl(fd_, TIOCMGET, &lines) == 0) modem_lines_ = lines;
+  if ((event_mask & kModemEvents) != 0 && (event_mask_ & kModemEvents) == 0 && modem_ok_ && !gone_) {
+    WatchModemLines();
   }
   history_ &= event_mask;
   event_mask_ = event_mask;
@@ -75,6 +77,29 @@ bool SerialDevice::GetMask(Dword* event_mask) {
   return true;
 }
 
+bool SerialDevice::ReadModemCounts(ModemCounts* counts) {
+  serial_icounter_struct now{};
+  if (!icount_ok_ || ioctl(fd_, TIOCGICOUNT, &now) != 0) return false;
+  *counts = {now.cts, now.dsr, now.dcd, now.rng};
+  return true;
+}
+
+void SerialDevice::WatchModemLines() {
+  int lines = 0;
+  if (ioctl(fd_, TIOCMGET, &lines) == 0) modem_lines_ = lines;
+  ReadModemCounts(&modem_counts_);
+  if (modem_waiter_ != nullptr) return;
+  // Sampling goes on beside it: a change between two waits would wait for the next one.
+  const int fd = fd_;
+  modem_waiter_ = std::make_unique<ModemLineWaiter>(
+      [fd] { return ioctl(fd, TIOCMIWAIT, TIOCM_CTS | TIOCM_DSR | TIOCM_CD | TIOCM_RNG) == 0 ? 0 : errno; },
+      [this] {
+        std::lock_guard lock(mu_);
+        if (!closing_) SampleLines(Clock::now(), true);
+      });
+  if (!modem_waiter_->Start()) modem_waiter_.reset();
+}
+
 Dword SerialDevice::RxThreshold() const {
   // EV_RX80FULL: the input queue reaches 3/4 + 1/16 of its size.
   return std::min(in_queue_size_, kTerminalInputBuffer) * 13 / 16;
@@ -87,13 +112,12 @@ void SerialDevice::SampleLines(Clock::time_point now, bool force) {
   if (modem_ok_ && (event_mask_ & kModemEvents) != 0) {
     int lines = 0;
     if (ioctl(fd_, TIOCMGET, &lines) == 0) {
-      const int changed = lines ^ modem_lines_;
-      Dword events = 0;
-      if ((changed & TIOCM_CTS) != 0) events |= kEvCts;
-      if ((changed & TIOCM_DSR) != 0) events |= kEvDsr;
-      if ((changed & TIOCM_CD) != 0) events |= kEvRlsd;
-      if ((modem_lines_ & TIOCM_RI) != 0 && (lines & TIOCM_RI) == 0) events |= kEvRing;  // trailing edge
+      ModemCounts counts;
+      const bool counted = ReadModemCounts(&counts);
+      const Dword events = ModemLineEvents(modem_lines_, lines, counted ? &modem_counts_ : nullptr,
+                                           counted ? &counts : nullptr);
       modem_lines_ = lines;
+      if (counted) modem_counts_ = counts;
       RaiseEvents(events);
     }
   }

@@ -121,10 +121,14 @@ Dword SerialDevice::FillRead(Request& request, Clock::time_point now) {
     if (got > 0) {
       rx_progress_ = true;
       request.done += static_cast<Dword>(got);
-      rx_seen_ = std::max(0, rx_seen_ - static_cast<int>(got));
-      Dword events = kEvRxChar;
+      // Bytes already seen in the queue were reported as they came; only the rest are news.
+      const int seen = std::min(rx_seen_, static_cast<int>(got));
+      rx_seen_ -= seen;
+      const uint8_t* news = fresh + seen;
+      const size_t news_count = static_cast<size_t>(got - seen);
+      Dword events = news_count > 0 ? kEvRxChar : 0;
       if ((event_mask_ & kEvRxFlag) != 0 &&
-          std::memchr(fresh, static_cast<uint8_t>(shadow_.EvtChar), static_cast<size_t>(got)) != nullptr) {
+          std::memchr(news, static_cast<uint8_t>(shadow_.EvtChar), news_count) != nullptr) {
         events |= kEvRxFlag;
       }
       if (request.interval_ms != 0)

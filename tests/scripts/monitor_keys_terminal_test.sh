@@ -1,0 +1,63 @@
+#!/usr/bin/env bash
+# The monitor and reader keys on a real terminal (tmux) with a socat null-modem pair as the port:
+# E reports bytes from the far end while the keys go on, e stops it, # reads what waits and
+# asks before stopping, and ESC with both threads running still ends the program with 0.
+set -u
+exe=$1
+work=$(mktemp -d)
+session="pw_monitor_$$"
+fail() { echo "FAIL: $*"; echo "--- screen ---"; tmux capture-pane -p -S -300 -t "$session" 2>/dev/null; cleanup; exit 1; }
+cleanup() {
+  tmux kill-session -t "$session" 2>/dev/null
+  [ -n "${socat_pid:-}" ] && kill "$socat_pid" 2>/dev/null
+  rm -rf "$work"
+}
+for tool in tmux socat; do
+  command -v "$tool" >/dev/null || { echo "FAIL: $tool is not installed (make test installs it)"; exit 1; }
+done
+
+socat pty,raw,echo=0,link="$work/a" pty,raw,echo=0,link="$work/b" 2>/dev/null &
+socat_pid=$!
+for _ in $(seq 50); do [ -e "$work/a" ] && [ -e "$work/b" ] && break; sleep 0.1; done
+[ -e "$work/a" ] || fail "socat made no pseudo-terminal pair"
+
+# Waits until the screen and its history show the text (fixed string) `count` times (default 1),
+# for up to 10 seconds.
+wait_for() {
+  local count=${2:-1}
+  for _ in $(seq 100); do
+    [ "$(tmux capture-pane -p -S -300 -t "$session" | grep -cF -- "$1")" -ge "$count" ] && return 0
+    sleep 0.1
+  done
+  fail "screen never showed: $1 ($count times)"
+}
+key() { tmux send-keys -t "$session" -l "$1"; }
+
+tmux new-session -d -s "$session" -x 150 -y 60 "$exe $work/a -b 5; echo EXIT=\$?; sleep 30"
+tmux set-option -t "$session" history-limit 2000 >/dev/null
+wait_for "Choose action:"
+key E
+wait_for "====Starting WaitCommEvent(mask=0x1D)..."
+printf hello >"$work/b"
+wait_for "====New events: EV_RXCHAR"
+wait_for "cbInQue=5(not cleared) , cbOutQue=0"
+wait_for "====Starting WaitCommEvent(mask=0x1D)..." 2
+key e
+wait_for "WaitCommEvent thread quitting confirmed."
+key '#'
+wait_for "ReadCom-thread created success."
+wait_for "ReadComThread: Got 5 bytes."
+key '#'
+wait_for "Stop ReadCom thread?(y/N)"
+key y
+wait_for "ReadComThread: ReadFile() async fail after CancelIO. WinErr=995(ERROR_OPERATION_ABORTED)"
+wait_for "ReadComThread: Got error."
+key E
+key '#'
+wait_for "ReadCom-thread created success." 2
+wait_for "====Starting WaitCommEvent(mask=0x1D)..." 3
+tmux send-keys -t "$session" Escape
+wait_for "EXIT=0"
+echo "E reports the far end's bytes, e stops it, # reads and stops after asking; ESC with both running exits 0"
+cleanup
+exit 0
