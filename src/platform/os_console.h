@@ -30,8 +30,9 @@ inline constexpr int kKeyF11 = 133;
 inline constexpr int kKeyF12 = 134;
 
 // One key, without echo; waits for it. An extended key arrives as two calls: its prefix
-// (kKeyExtended or kKeyFunction), then its code. Standard output is flushed first, so a
-// prompt without a line end is visible. On a terminal the first call switches it to
+// (kKeyExtended or kKeyFunction), then its code, with the codes the Windows console gives for
+// its Shift, Ctrl and Alt forms also on a terminal (Ctrl+Up 224, 141; Alt+X 0, 45). Standard output is
+// flushed first, so a prompt without a line end is visible. On a terminal the first call switches it to
 // single-key mode; Ctrl+C still ends the program, and the terminal is put back on every way
 // out (normal exit, SIGINT, SIGTERM, SIGHUP, SIGQUIT).
 int GetKey();
