@@ -8,7 +8,7 @@
 
 namespace portwren::os {
 
-inline constexpr int kKeyFunction = 0;    // first code of F1-F10 and keypad keys
+inline constexpr int kKeyFunction = 0;  // first code of F1-F10 and keypad keys
 inline constexpr int kKeyBackspace = 8;
 inline constexpr int kKeyEnter = 13;
 inline constexpr int kKeyEsc = 27;
@@ -30,8 +30,9 @@ inline constexpr int kKeyF11 = 133;
 inline constexpr int kKeyF12 = 134;
 
 // One key, without echo; waits for it. An extended key arrives as two calls: its prefix
-// (kKeyExtended or kKeyFunction), then its code. Standard output is flushed first, so a
-// prompt without a line end is visible. On a terminal the first call switches it to
+// (kKeyExtended or kKeyFunction), then its code, with the codes the Windows console gives for
+// its Shift, Ctrl and Alt forms also on a terminal (Ctrl+Up 224, 141; Alt+X 0, 45). Standard output is
+// flushed first, so a prompt without a line end is visible. On a terminal the first call switches it to
 // single-key mode; Ctrl+C still ends the program, and the terminal is put back on every way
 // out (normal exit, SIGINT, SIGTERM, SIGHUP, SIGQUIT).
 int GetKey();
@@ -45,6 +46,14 @@ bool KeyWaiting();
 // the rest of a longer line is dropped). A terminal shows what is typed and allows Backspace.
 // False at the end of input with nothing read.
 bool ReadLine(char* buffer, int capacity);
+
+// Puts /dev/null on each of standard input, output and error that the process was started
+// without, so that nothing the program opens later takes its place (a port on descriptor 1
+// would be sent every printed line; on descriptor 0 the line's bytes would become keys). A
+// closed standard input is thus the end of input: ESC. Call it first thing in main. False
+// when a stream could not be occupied. Nothing to do on Windows, where an opened handle never
+// takes the place of a standard one and a missing standard input already reads as its end.
+bool OccupyClosedStandardStreams();
 
 // Puts a terminal back into the mode it had before the first key was read. Runs by itself at
 // exit; the next key read switches to single-key mode again. Nothing to do on Windows.

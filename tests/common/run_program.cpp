@@ -218,6 +218,7 @@ ProcessResult RunProcess(const std::string& program, const std::vector<std::stri
     dup2(stdin_source, 0);
     dup2(out.write_end, 1);
     dup2(err.write_end, 2);
+    for (const int fd : options.closed_fds) close(fd);
     execve(path.c_str(), child_argv.data(), child_env.data());
     _exit(127);
   }

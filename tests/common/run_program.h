@@ -16,6 +16,7 @@ struct ProcessOptions {
   std::vector<std::string> env_unset;                    // removed from the child's environment
   std::optional<std::string> stdin_bytes;                // fed through a pipe, which is then closed
   int stdin_fd = -1;                                     // this descriptor instead; with neither, /dev/null
+  std::vector<int> closed_fds;                           // standard streams the child starts without
   std::chrono::milliseconds timeout{20000};              // the child is killed after this long
 };
 

@@ -59,6 +59,14 @@ class Pipe {
     if (fds_[1] >= 0) close(fds_[1]);
     fds_[1] = -1;
   }
+  // Everything until every writer has closed its end.
+  std::string ReadAll() const {
+    std::string all;
+    char chunk[256];
+    for (ssize_t got; (got = read(fds_[0], chunk, sizeof chunk)) > 0;)
+      all.append(chunk, static_cast<size_t>(got));
+    return all;
+  }
 
  private:
   int fds_[2] = {-1, -1};

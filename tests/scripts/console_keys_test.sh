@@ -80,6 +80,10 @@ wait_for_key_mode "first run"
 tm send-keys -t "$session" Up Down Right Left Home End F1 F12
 wait_for '^key 224 134$' "the cursor and function keys"
 
+# With Ctrl and Alt, as the Windows console gives them; Alt+X is 0 and X's scan code.
+tm send-keys -t "$session" C-Up C-DC M-Left M-x M-1
+wait_for '^key 0 120$' "the keys with Ctrl and Alt"
+
 # A lone ESC: nothing follows it, so only the short wait can make it a key.
 tm send-keys -t "$session" Escape
 wait_for '^key 27$' "a lone ESC"
@@ -94,7 +98,9 @@ wait_for '^line <' "the line read"
 tm send-keys -t "$session" q
 wait_for '^first exit=' "key_echo to end on q"
 
-expected=$'key 224 72\nkey 224 80\nkey 224 77\nkey 224 75\nkey 224 71\nkey 224 79\nkey 0 59\nkey 224 134\nkey 27\nkey 13\nline <123>\nkey 113'
+expected=$'key 224 72\nkey 224 80\nkey 224 77\nkey 224 75\nkey 224 71\nkey 224 79\nkey 0 59\nkey 224 134\n'
+expected+=$'key 224 141\nkey 224 147\nkey 0 155\nkey 0 45\nkey 0 120\n'
+expected+=$'key 27\nkey 13\nline <123>\nkey 113'
 got=$(capture | grep -E '^(key|line) ')
 [ "$got" = "$expected" ] || fail "key codes differ"$'\n'"expected:"$'\n'"$expected"$'\n'"got:"$'\n'"$got"
 capture | grep -qx '123' || fail "the line read did not show the edited text 123"
@@ -114,5 +120,5 @@ wait_for '^pane done$' "the pane script"
 cmp -s "$work/before" "$work/after_second" ||
   fail "terminal mode not restored after Ctrl+C: $(cat "$work/before") vs $(cat "$work/after_second")"
 
-echo "console keys on a tmux terminal: arrows, Home, End, F1, F12, lone ESC, Enter, an edited" \
+echo "console keys on a tmux terminal: arrows, Home, End, F1, F12, Ctrl and Alt forms, lone ESC, Enter, an edited" \
   "line read, and the terminal mode restored after a normal end and after Ctrl+C: all as expected"

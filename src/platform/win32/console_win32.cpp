@@ -86,6 +86,12 @@ bool ReadLine(char* buffer, int capacity) {
   return console.is_console ? ReadConsoleLine(buffer, capacity) : console.keys.ReadLine(buffer, capacity);
 }
 
+// A handle the program opens never takes a standard handle's place, and a missing standard
+// input reads as the end of input (ESC) through the pump.
+bool OccupyClosedStandardStreams() {
+  return true;
+}
+
 void RestoreConsole() {}
 
 }  // namespace portwren::os
