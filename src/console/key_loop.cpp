@@ -2,7 +2,9 @@
 
 #include <cstdio>
 
+#include "console/driver_keys.h"
 #include "console/key_source.h"
+#include "driver/device_state.h"
 #include "support/run_settings.h"
 #include "format/console_log.h"
 #include "platform/os_console.h"
@@ -77,6 +79,7 @@ After WriteCustom(MainLine& line) {
 
 After ReportState(MainLine& line) {
   PrintCommState(line.port);
+  PrintDeviceState(line.port);
   return After::kPrompt;
 }
 
@@ -133,7 +136,8 @@ After Dispatch(MainLine& line, int key) {
   for (const KeyBinding& binding : kKeyTable) {
     if (binding.key == key) return binding.action(line);
   }
-  return After::kPrompt;  // unknown keys only bring the prompt
+  RunDriverKey(line.port, key);  // any other key only brings the prompt
+  return After::kPrompt;
 }
 
 }  // namespace
