@@ -9,7 +9,6 @@
 #include "console/main_line.h"
 #include "console/port_open.h"
 #include "console/usage.h"
-#include "driver/control_codes.h"
 #include "driver/driver_startup.h"
 #include "driver/vcom_enum.h"
 #include "echo/crc32.h"

@@ -2,8 +2,6 @@
 // interface classes it looks its devices up by.
 #pragma once
 
-#include <span>
-
 #include "platform/os_device_control.h"
 #include "platform/os_device_enum.h"
 
@@ -72,9 +70,5 @@ inline constexpr RequestDefinition kVcomRequestDefinitions[] = {
     {"IOCTL_VCOM_OneTimeTemporalLifemode_Query", IOCTL_VCOM_OneTimeTemporalLifemode_Query, 0x16127408},
     {"IOCTL_VCOM_GetDeviceState", IOCTL_VCOM_GetDeviceState, 0x16127410},
 };
-
-// In table order; at the first code that differs from its definition prints "<name> value
-// error!" and returns false (start-up then ends with exit code 2). Silent when all agree.
-bool CheckRequestDefinitions(std::span<const RequestDefinition> definitions = kVcomRequestDefinitions);
 
 }  // namespace portwren

@@ -40,9 +40,6 @@ bool IsOurService(const std::string& service) {
 void SetListingPrinted(bool on) {
   g_printed.store(on);
 }
-bool ListingPrinted() {
-  return g_printed.load();
-}
 
 void PrintPortBlock(int number, const PortFacts& facts) {
   ListingLine("<#%d>", number);

@@ -28,7 +28,6 @@ bool IsOurService(const std::string& service);
 
 // The switch keeps its value until the next call.
 void SetListingPrinted(bool on);
-bool ListingPrinted();
 
 // "<#n>" and the interface's lines.
 void PrintPortBlock(int number, const PortFacts& facts);
