@@ -2,15 +2,17 @@
 
 #include <cstdio>
 
+#include "console/driver_keys.h"
 #include "console/key_source.h"
 #include "console/monitor_keys.h"
+#include "driver/device_state.h"
+#include "support/run_settings.h"
 #include "format/console_log.h"
 #include "platform/os_console.h"
 #include "platform/os_file.h"
 #include "port/comm_state_report.h"
 #include "port/port_config.h"
 #include "port/timed_io.h"
-#include "support/run_settings.h"
 
 namespace portwren {
 
@@ -78,6 +80,7 @@ After WriteCustom(MainLine& line) {
 
 After ReportState(MainLine& line) {
   PrintCommState(line.port);
+  PrintDeviceState(line.port);
   return After::kPrompt;
 }
 
@@ -151,7 +154,8 @@ After Dispatch(MainLine& line, int key) {
   for (const KeyBinding& binding : kKeyTable) {
     if (binding.key == key) return binding.action(line);
   }
-  return After::kPrompt;  // unknown keys only bring the prompt
+  RunDriverKey(line.port, key);  // any other key only brings the prompt
+  return After::kPrompt;
 }
 
 }  // namespace

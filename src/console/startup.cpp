@@ -9,6 +9,8 @@
 #include "console/main_line.h"
 #include "console/port_open.h"
 #include "console/usage.h"
+#include "driver/driver_startup.h"
+#include "driver/vcom_enum.h"
 #include "echo/crc32.h"
 #include "format/format.h"
 #include "format/thread_mark.h"
@@ -23,6 +25,8 @@ bool WantsUsage(int argc, char** argv) {
 
 int RunProgram(int argc, char** argv) {
   std::printf("Portwren version %s, compiled on %s %s\n", PORTWREN_VERSION_STRING, __DATE__, __TIME__);
+  PrintKernelVersion();
+  if (!CheckRequestDefinitions()) return 2;
   BuildCrc32Table();  // echo chunks
   SetFormatLineEnd(1);                // CR LF between dump rows, as on the console
   RegisterThread(ThreadRole::kMain);  // main-thread mark
@@ -36,6 +40,11 @@ int RunProgram(int argc, char** argv) {
     return 1;
   }
 
+  // Every start checks the VCOMs' links; the listing itself only when asked for.
+  VcomRecordList vcoms;
+  EnumerateVcoms(vcoms, g_list_vcoms, g_list_offer_dialog);
+  if (g_unplug_vcoms) UnplugAllVcoms();
+  if (g_vbus_reinstall) ReinstallVbus();
   if (g_no_port_mode) return 0;
 
   MainLine line;

@@ -3,7 +3,8 @@
 
 namespace portwren {
 
-// Returns the process exit code: 0 normal end, 1 usage shown or command line refused.
+// Returns the process exit code: 0 normal end, 1 usage shown, command line refused or port not
+// opened, 2 the driver's request codes disagree with this build's.
 int RunProgram(int argc, char** argv);
 
 }  // namespace portwren

@@ -1,24 +1,34 @@
 #include "driver/device_state.h"
 
-#include <cstdint>
+#include <cstring>
 
+#include "driver/control_codes.h"
+#include "driver/driver_link.h"
+#include "driver/driver_records.h"
 #include "format/console_log.h"
-#include "platform/os_device_control.h"
+#include "port/comm_state_report.h"
 
 namespace portwren {
 
-namespace {
-constexpr os::Dword kDeviceStateBytes = 1072;
-}  // namespace
-
-void PrintDeviceState(os::Handle vcom) {
+void PrintDeviceState(os::Handle port) {
   LogPrint("IOCTL_VCOM_GetDeviceState query result:");
-  uint8_t state[kDeviceStateBytes] = {};
+  VcomDeviceState state;
+  std::memset(&state, 0, sizeof state);
   os::Dword returned = 0;
-  const bool ok = os::DeviceIoControl(vcom, kIoctlVcomGetDeviceState, nullptr, 0, state, sizeof state,
-                                      &returned, nullptr);
-  WinErrPrint(ok, "IOCTL_VCOM_GetDeviceState fails.");
-  // The record's fields are printed by the driver interface once it decodes them.
+  if (!Driver().SendTo(port, {IOCTL_VCOM_GetDeviceState, nullptr, 0, &state, sizeof state, &returned})) {
+    WinErrPrint(0, "IOCTL_VCOM_GetDeviceState fails.");
+    return;
+  }
+  LogPrint("  .lifemode : %s(%d)", LifemodeName(static_cast<uint32_t>(state.lifemode)), state.lifemode);
+  LogPrint("  .isUsbdOnline: %s", state.isUsbdOnline != 0 ? "yes" : "no");
+  int64_t online = static_cast<int64_t>(state.uemsecUsbdLastOnline);
+  int64_t offline = static_cast<int64_t>(state.uemsecUsbdLastOffline);
+  FormatCallback stamp;
+  LogPrint("  .uemsecUsbdLastOnline : %F", MakeFormatCallback(&stamp, &RenderEpochMs, &online));
+  LogPrint("  .uemsecUsbdLastOffline: %F", MakeFormatCallback(&stamp, &RenderEpochMs, &offline));
+  char path[260];
+  LogPrint("  .szVcomDevinstpath: %s", NarrowField(state.szVcomDevinstpath, 260, path, sizeof path));
+  LogPrint("  .szUsbdDevinstpath: %s", NarrowField(state.szUsbdDevinstpath, 260, path, sizeof path));
 }
 
 }  // namespace portwren

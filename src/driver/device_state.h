@@ -1,16 +1,13 @@
-// The VCOM's own state as its driver reports it (IOCTL_VCOM_GetDeviceState).
+// The VCOM's own state as its driver keeps it: life mode, whether the USB device behind it is
+// online and since when, and both device-instance paths.
 #pragma once
-
-#include <cstdint>
 
 #include "platform/os_handle.h"
 
 namespace portwren {
 
-inline constexpr uint32_t kIoctlVcomGetDeviceState = 0x16127410;
-
-// The heading line, then the state, or the failure with its error: a port whose driver does
-// not know the request (any serial port but a VCOM) answers ERROR_INVALID_FUNCTION.
-void PrintDeviceState(os::Handle vcom);
+// Console-log lines; the failure (on any port that is not a VCOM) as a WinErr report. Called by
+// the i key and, from the comm-event monitor's thread, on DSR changes.
+void PrintDeviceState(os::Handle port);
 
 }  // namespace portwren

@@ -1,9 +1,13 @@
 // Device enumeration in the shape of SetupDi, the device registry keys it opens, and DOS
-// device names. On Windows these are the system's; the POSIX backend lists the devices of its
-// device source (see posix/device_source.h), which today offers none.
+// device names, and the device manager's property dialog. On Windows these are the system's;
+// the POSIX backend lists the devices of its device source (see posix/device_source.h): the
+// machine's serial devices as sysfs shows them.
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "platform/os_file.h"
 
@@ -98,5 +102,22 @@ Dword RegCloseKey(RegKey key);
 
 // The target of a DOS device name (COM7 -> \Device\...); 0 + last error when there is none.
 Dword QueryDosDeviceA(const char* device_name, char* target, Dword target_size);
+
+// What a system tells of a listed device beyond its SetupDi properties: the hardware (USB)
+// device behind it and label/value lines of its own (VID:PID, manufacturer, serial number, a
+// stable link). Windows has none (false): there the driver package tells a VCOM's USB device.
+struct DeviceExtras {
+  std::string hardware_path;
+  std::vector<std::pair<std::string, std::string>> lines;
+};
+bool GetDeviceExtras(DevInfoSet set, DevInfoData* device, DeviceExtras* extras);
+
+// LoadLibraryA and GetProcAddress; nullptr + last error when not found (always on POSIX).
+using Module = void*;
+Module LoadLibraryA(const char* name);
+void* GetProcAddress(Module module, const char* name);
+
+// devmgr.dll's DeviceProperties_RunDLLA (64-bit Windows has one calling convention).
+using DevicePropertiesRunDll = void (*)(void* window, void* instance, const char* command_line, int show);
 
 }  // namespace portwren::os

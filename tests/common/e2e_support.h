@@ -23,7 +23,7 @@ std::string KeyPrompt(int n);
 // From the open line through "Choose action" for a port opened with the default baud rate.
 std::string OpenedLines(const std::string& path);
 
-// The first line of every run, scrubbed.
+// The first lines of every run, scrubbed: the banner and the kernel version of a missing driver.
 extern const char kBanner[];
 // What ESC prints: the key, then the port closing.
 extern const char kEscLines[];

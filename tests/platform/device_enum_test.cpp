@@ -1,5 +1,5 @@
-// The SetupDi-shaped enumeration: none of the system's devices here, and the calls over a
-// device list (a test source standing in for a future sysfs listing).
+// The SetupDi-shaped enumeration: the calls over a device list given by a test source (the
+// sysfs listing itself is tested with the driver's listing, over a made-up tree).
 #include <gtest/gtest.h>
 
 #include <string>
@@ -24,6 +24,8 @@ std::vector<posix::DeviceEntry> TwoDevices() {
   port.description = "USB Serial Port";
   port.service = "ftdi_sio";
   port.port_name = "COM7";
+  port.hardware_path = "/sys/usb/1-2";
+  port.extra_lines = {{"VID:PID", "0403:6001"}};
   posix::DeviceEntry other;
   other.interface_class = kOtherClass;
   other.interface_path = "/dev/other";
@@ -53,9 +55,12 @@ class DeviceEnumTest : public ::testing::Test {
   DevInfoData device;
 };
 
-TEST(SystemDevicesTest, NoSerialDevicesAreListedYet) {
+// A tree without serial devices lists none; nothing here knows DOS names or Windows libraries.
+TEST(SystemDevicesTest, NoDevicesNoDosNamesNoLibraries) {
+  posix::SetDeviceRoot("/nonexistent-portwren-root");
   DevInfoSetHolder set(
       SetupDiGetClassDevsA(&kGuidDevInterfaceComPort, nullptr, kDigcfPresent | kDigcfDeviceInterface));
+  posix::SetDeviceRoot("");
   ASSERT_TRUE(set);
   DeviceInterfaceData data;
   EXPECT_FALSE(SetupDiEnumDeviceInterfaces(set.get(), nullptr, &kGuidDevInterfaceComPort, 0, &data));
@@ -63,6 +68,7 @@ TEST(SystemDevicesTest, NoSerialDevicesAreListedYet) {
   char target[260];
   EXPECT_EQ(QueryDosDeviceA("COM7", target, sizeof target), 0u);
   EXPECT_EQ(GetLastError(), kErrFileNotFound);
+  EXPECT_EQ(LoadLibraryA("devmgr.dll"), nullptr);
 }
 
 TEST_F(DeviceEnumTest, EnumeratesTheInterfacesOfTheClassAskedFor) {
@@ -130,6 +136,12 @@ TEST_F(DeviceEnumTest, PropertiesInstanceIdAndPortName) {
   ASSERT_EQ(RegQueryValueExA(key.get(), "PortName", &type, small, &size), kErrSuccess);
   EXPECT_STREQ(small, "COM7");
   EXPECT_EQ(RegQueryValueExA(key.get(), "Missing", &type, small, &size), kErrFileNotFound);
+
+  DeviceExtras extras;
+  ASSERT_TRUE(GetDeviceExtras(set.get(), &device, &extras));
+  EXPECT_EQ(extras.hardware_path, "/sys/usb/1-2");
+  ASSERT_EQ(extras.lines.size(), 1u);
+  EXPECT_EQ(extras.lines[0].second, "0403:6001");
 }
 
 TEST_F(DeviceEnumTest, MissingPropertiesAndBadHandlesFail) {

@@ -16,6 +16,7 @@ namespace portwren::os::posix {
 namespace {
 
 constexpr Dword kErrInvalidUserBuffer = 1784;
+constexpr Dword kErrModNotFound = 126;
 constexpr Dword kInterfaceActive = 1;  // SPINT_ACTIVE
 // GUID_DEVCLASS_PORTS {4D36E978-E325-11CE-BFC1-08002BE10318}.
 constexpr Guid kPortsClass = {0x4D36E978, 0xE325, 0x11CE, {0xBF, 0xC1, 0x08, 0x00, 0x2B, 0xE1, 0x03, 0x18}};
@@ -272,6 +273,27 @@ Dword QueryDosDeviceA(const char* /*device_name*/, char* /*target*/, Dword /*tar
   // No DOS device names here.
   SetLastError(kErrFileNotFound);
   return 0;
+}
+
+bool GetDeviceExtras(DevInfoSet set_handle, DevInfoData* device, DeviceExtras* extras) {
+  std::shared_ptr<DeviceSet> set;
+  const DeviceEntry* entry = nullptr;
+  if (!Resolve(set_handle, device, &set, &entry)) return false;
+  if (extras == nullptr) return Fail(kErrInvalidParameter);
+  extras->hardware_path = entry->hardware_path;
+  extras->lines = entry->extra_lines;
+  return true;
+}
+
+// No Windows libraries here: the property dialog is never found.
+Module LoadLibraryA(const char* /*name*/) {
+  SetLastError(kErrModNotFound);
+  return nullptr;
+}
+
+void* GetProcAddress(Module /*module*/, const char* /*name*/) {
+  SetLastError(kErrInvalidHandle);
+  return nullptr;
 }
 
 }  // namespace portwren::os

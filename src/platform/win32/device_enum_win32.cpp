@@ -116,4 +116,17 @@ Dword QueryDosDeviceA(const char* device_name, char* target, Dword target_size) 
   return ::QueryDosDeviceA(device_name, target, target_size);
 }
 
+bool GetDeviceExtras(DevInfoSet /*set*/, DevInfoData* /*device*/, DeviceExtras* /*extras*/) {
+  ::SetLastError(ERROR_NOT_SUPPORTED);
+  return false;
+}
+
+Module LoadLibraryA(const char* name) {
+  return ::LoadLibraryA(name);
+}
+
+void* GetProcAddress(Module module, const char* name) {
+  return reinterpret_cast<void*>(::GetProcAddress(static_cast<HMODULE>(module), name));
+}
+
 }  // namespace portwren::os
