@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "console/echo_keys.h"
 #include "console/key_source.h"
 #include "support/run_settings.h"
 #include "format/console_log.h"
@@ -112,6 +113,11 @@ After BufferCounts(MainLine& line) {
   return After::kPrompt;
 }
 
+template <bool kMild>
+After EchoClient(MainLine& line) {
+  return RunEchoClientKey(line, kMild) ? After::kPrompt : After::kNextPass;
+}
+
 constexpr KeyBinding kKeyTable[] = {
     {os::kKeyEsc, &Quit},
     {'X', &QuitAndReopen},
@@ -125,6 +131,8 @@ constexpr KeyBinding kKeyTable[] = {
     {'p', &PurgeClearOnly},
     {'F', &CtsFlowOn},
     {'f', &CtsFlowOff},
+    {'C', &EchoClient<false>},
+    {'c', &EchoClient<true>},
     {'0', &ClearPort},
     {'q', &BufferCounts},
 };
