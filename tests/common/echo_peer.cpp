@@ -8,6 +8,11 @@
 
 namespace portwren::testkit {
 
+namespace {
+// Like a real far end, the peer stops reading while this much waits to go back.
+constexpr size_t kMostBacklog = 65536;
+}  // namespace
+
 EchoPeer::EchoPeer(PtyPair& pty, PeerPlan plan) : fd_(pty.far_fd()), plan_(plan) {
   thread_ = std::thread([this] { Run(); });
 }
@@ -72,13 +77,14 @@ void EchoPeer::Take(const unsigned char* bytes, size_t count) {
 }
 
 void EchoPeer::Run() {
-  unsigned char buffer[65536];
+  unsigned char buffer[16384];
   const auto hold = std::chrono::milliseconds(plan_.hold_ms);
   while (!stop_.load()) {
     const bool stalled = plan_.fault == PeerFault::kStall && taken_ >= plan_.offset;
+    const bool full = in_flight_ >= kMostBacklog;
     const auto now = std::chrono::steady_clock::now();
     const bool due = !outgoing_.empty() && outgoing_.front().came + hold <= now;
-    pollfd ready{fd_, static_cast<short>((stalled ? 0 : POLLIN) | (due ? POLLOUT : 0)), 0};
+    pollfd ready{fd_, static_cast<short>((stalled || full ? 0 : POLLIN) | (due ? POLLOUT : 0)), 0};
     const int wait_ms = !outgoing_.empty() && !due ? 1 : 10;
     if (poll(&ready, 1, wait_ms) < 0 && errno != EINTR) return;
     if (ready.revents & POLLIN) {
@@ -88,14 +94,14 @@ void EchoPeer::Run() {
       const ssize_t got = want == 0 ? 0 : read(fd_, buffer, want);
       if (got > 0) Take(buffer, static_cast<size_t>(got));
     }
-    if ((ready.revents & POLLOUT) && due) {
+    // Everything that is due goes back, as far as the line takes it.
+    while ((ready.revents & POLLOUT) && !outgoing_.empty() && outgoing_.front().came + hold <= now) {
       std::string& front = outgoing_.front().bytes;
       const ssize_t put = write(fd_, front.data(), front.size());
-      if (put > 0) {
-        front.erase(0, static_cast<size_t>(put));
-        in_flight_ -= static_cast<size_t>(put);
-        if (front.empty()) outgoing_.pop_front();
-      }
+      if (put <= 0) break;
+      front.erase(0, static_cast<size_t>(put));
+      in_flight_ -= static_cast<size_t>(put);
+      if (front.empty()) outgoing_.pop_front();
     }
   }
 }
