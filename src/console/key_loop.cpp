@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "console/driver_keys.h"
+#include "console/echo_keys.h"
 #include "console/key_source.h"
 #include "console/monitor_keys.h"
 #include "driver/device_state.h"
@@ -128,6 +129,10 @@ After MonitorStop(MainLine& line) {
 After ReaderToggle(MainLine& line) {
   return ReaderKey(line) ? After::kPrompt : After::kNextPass;
 }
+template <bool kMild>
+After EchoClient(MainLine& line) {
+  return RunEchoClientKey(line, kMild) ? After::kPrompt : After::kNextPass;
+}
 
 constexpr KeyBinding kKeyTable[] = {
     {os::kKeyEsc, &Quit},
@@ -142,6 +147,8 @@ constexpr KeyBinding kKeyTable[] = {
     {'p', &PurgeClearOnly},
     {'F', &CtsFlowOn},
     {'f', &CtsFlowOff},
+    {'C', &EchoClient<false>},
+    {'c', &EchoClient<true>},
     {'0', &ClearPort},
     {'q', &BufferCounts},
     {'E', &MonitorStart},
