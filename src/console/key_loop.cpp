@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "console/echo_server_key.h"
 #include "console/key_source.h"
 #include "support/run_settings.h"
 #include "format/console_log.h"
@@ -112,6 +113,10 @@ After BufferCounts(MainLine& line) {
   return After::kPrompt;
 }
 
+After EchoServer(MainLine& line) {
+  return EchoServerKey(line) ? After::kPrompt : After::kNextPass;
+}
+
 constexpr KeyBinding kKeyTable[] = {
     {os::kKeyEsc, &Quit},
     {'X', &QuitAndReopen},
@@ -127,6 +132,7 @@ constexpr KeyBinding kKeyTable[] = {
     {'f', &CtsFlowOff},
     {'0', &ClearPort},
     {'q', &BufferCounts},
+    {'S', &EchoServer},
 };
 
 After Dispatch(MainLine& line, int key) {
