@@ -34,7 +34,8 @@ bool OpenServerLogs(MainLine& line) {
 bool EchoServerKey(MainLine& line) {
   if (g_echo_chunk_maxbytes <= 0) {
     std::printf(
-        "Need option '-k <bytes>' to assign echo chunk maxsize. This value should be the same as client side.\n");
+        "Need option '-k <bytes>' to assign echo chunk maxsize. This value should be the same as client "
+        "side.\n");
     std::printf("Echo server not started.\n");
     return false;
   }

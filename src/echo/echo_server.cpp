@@ -1,5 +1,6 @@
 #include "echo/echo_server.h"
 
+#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -137,6 +138,7 @@ bool EchoServer::Run(EchoStopPoll stop) {
     if (out_log_ != nullptr && out_log_->IsOpen()) out_log_->Flush();
     if (in_log_ != nullptr && in_log_->IsOpen()) in_log_->Flush();
     Statistics();
+    std::fflush(stdout);  // the lines show while it runs, also when the output goes to a pipe or file
   }
 }
 
@@ -166,9 +168,14 @@ void EchoServer::Done(bool read, os::Dword error, os::Dword bytes) {
     return;
   }
   switch (read ? ReadDone(error, bytes) : WriteDone(error, bytes)) {
-    case Next::kAdvance: Advance(); break;
-    case Next::kWait: break;
-    case Next::kEnd: EndChain(); break;
+    case Next::kAdvance:
+      Advance();
+      break;
+    case Next::kWait:
+      break;
+    case Next::kEnd:
+      EndChain();
+      break;
   }
 }
 
@@ -181,8 +188,8 @@ EchoServer::Next EchoServer::ReadDone(os::Dword error, os::Dword bytes) {
     return Next::kEnd;
   }
   if (bytes != asked) {
-    LogStamp("Error: Vcom read complete with unexpected bytes count. Got:%d , Expect=%d", static_cast<int32_t>(bytes),
-             static_cast<int32_t>(asked));
+    LogStamp("Error: Vcom read complete with unexpected bytes count. Got:%d , Expect=%d",
+             static_cast<int32_t>(bytes), static_cast<int32_t>(asked));
     LogInRecord(in_log_, chunks_received_, bytes_received_, read_buffer_.get(),
                 read_fill_ + static_cast<int32_t>(bytes));
     return Next::kEnd;
@@ -263,7 +270,8 @@ void EchoServer::Advance() {
   }
   if (head_due && read_pending_ == 0 && !ReadHead()) return EndChain();
   if (writing_ && write_pending_ == 0) {
-    if (!os::WriteFileEx(port_, write_buffer_.get(), write_length_, &write_request_.overlapped, &OnRequestDone)) {
+    if (!os::WriteFileEx(port_, write_buffer_.get(), write_length_, &write_request_.overlapped,
+                         &OnRequestDone)) {
       WinErrStamp(0, "WriteFileEx launch error.");
       return EndChain();
     }

@@ -42,7 +42,9 @@ constexpr uint32_t kHeadSize = 12;
 constexpr size_t kQueueLimit = 256 * 1024;  // stop reading a side while this much waits for the other
 
 volatile sig_atomic_t g_stop = 0;
-void OnStopSignal(int) { g_stop = 1; }
+void OnStopSignal(int) {
+  g_stop = 1;
+}
 
 enum class Kind { kFlip, kDrop, kInsert, kDup };
 
@@ -55,7 +57,7 @@ struct Fault {
   int64_t chunk = -1;         // chunk number for cN forms
   int64_t chunk_offset = -1;  // K of cN+K; -1: picked
   bool done = false;
-  std::string text;           // as given
+  std::string text;  // as given
 };
 
 // The seed's generator: xorshift, so a campaign repeats exactly.
@@ -71,10 +73,14 @@ struct Random {
 
 const char* KindName(Kind kind) {
   switch (kind) {
-    case Kind::kFlip: return "flip";
-    case Kind::kDrop: return "drop";
-    case Kind::kInsert: return "insert";
-    case Kind::kDup: return "dup";
+    case Kind::kFlip:
+      return "flip";
+    case Kind::kDrop:
+      return "drop";
+    case Kind::kInsert:
+      return "insert";
+    case Kind::kDup:
+      return "dup";
   }
   return "?";
 }
@@ -122,7 +128,8 @@ std::optional<Fault> ParseFault(const std::string& text) {
   uint64_t number = 0;
   if (!where.empty() && where[0] == 'c') {
     const size_t plus = where.find('+');
-    if (!ParseNumber(where.substr(1, plus == std::string::npos ? std::string::npos : plus - 1).c_str(), &number)) {
+    if (!ParseNumber(where.substr(1, plus == std::string::npos ? std::string::npos : plus - 1).c_str(),
+                     &number)) {
       return std::nullopt;
     }
     fault.chunk = static_cast<int64_t>(number);
@@ -160,8 +167,8 @@ struct Stream {
 };
 
 uint64_t ChunkLength(const uint8_t* head) {
-  const uint32_t body = uint32_t{head[4]} | (uint32_t{head[5]} << 8) | (uint32_t{head[6]} << 16) |
-                        (uint32_t{head[7]} << 24);
+  const uint32_t body =
+      uint32_t{head[4]} | (uint32_t{head[5]} << 8) | (uint32_t{head[6]} << 16) | (uint32_t{head[7]} << 24);
   return uint64_t{body} + kHeadSize;
 }
 
@@ -378,7 +385,8 @@ int main(int argc, char** argv) {
     for (Stream& s : streams) {
       fds[count++] = {s.in_fd, static_cast<short>(s.queued < kQueueLimit ? POLLIN : 0), 0};
       if (!s.queue.empty()) {
-        const auto wait = std::chrono::duration_cast<std::chrono::milliseconds>(s.queue.front().due - Clock::now());
+        const auto wait =
+            std::chrono::duration_cast<std::chrono::milliseconds>(s.queue.front().due - Clock::now());
         timeout = wait.count() <= 0 ? 5 : std::min<int>(timeout, static_cast<int>(wait.count()) + 1);
       }
     }
