@@ -85,8 +85,8 @@ class EchoServerEndToEnd : public testkit::PtyRunTest {
   }
 
   // Writes from a thread of its own while this one reads the echo, as a client does; the bytes
-  // that came back.
-  std::string EchoThrough(const std::vector<std::string>& chunks, int pause_ms = 0) {
+  // that came back. Reading late fills the line back, so the server's echo write stalls.
+  std::string EchoThrough(const std::vector<std::string>& chunks, int pause_ms = 0, int read_after_ms = 0) {
     size_t total = 0;
     for (const std::string& chunk : chunks) total += chunk.size();
     std::thread writer([&] {
@@ -95,6 +95,7 @@ class EchoServerEndToEnd : public testkit::PtyRunTest {
         if (pause_ms > 0) std::this_thread::sleep_for(std::chrono::milliseconds(pause_ms));
       }
     });
+    std::this_thread::sleep_for(std::chrono::milliseconds(read_after_ms));
     std::string echoed = pty_.ReadFar(total, kLineWaitMs + pause_ms * static_cast<int>(chunks.size()));
     writer.join();
     return echoed;
@@ -148,9 +149,9 @@ TEST_F(EchoServerEndToEnd, EchoesEveryChunkReportsBadCrcAndStatisticsStopsOnZero
   std::string sent;
   for (const std::string& chunk : chunks) sent += chunk;
 
-  // The first seven one by one over more than two seconds, the rest at once.
+  // The first seven one by one over more than two seconds, the rest at once and read late.
   std::string echoed = EchoThrough({chunks.begin(), chunks.begin() + 7}, 400);
-  echoed += EchoThrough({chunks.begin() + 7, chunks.end()});
+  echoed += EchoThrough({chunks.begin() + 7, chunks.end()}, 0, 500);
   EXPECT_TRUE(echoed == sent) << "echo differs from what was sent";
   EXPECT_TRUE(watch_.WaitFor("First client connected. Start timing.\n", kLineWaitMs));
   keys_.Type("0");
