@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "console/echo_keys.h"
 #include "console/echo_server_key.h"
 #include "console/key_source.h"
 #include "support/run_settings.h"
@@ -117,6 +118,11 @@ After EchoServer(MainLine& line) {
   return EchoServerKey(line) ? After::kPrompt : After::kNextPass;
 }
 
+template <bool kMild>
+After EchoClient(MainLine& line) {
+  return RunEchoClientKey(line, kMild) ? After::kPrompt : After::kNextPass;
+}
+
 constexpr KeyBinding kKeyTable[] = {
     {os::kKeyEsc, &Quit},
     {'X', &QuitAndReopen},
@@ -130,6 +136,8 @@ constexpr KeyBinding kKeyTable[] = {
     {'p', &PurgeClearOnly},
     {'F', &CtsFlowOn},
     {'f', &CtsFlowOff},
+    {'C', &EchoClient<false>},
+    {'c', &EchoClient<true>},
     {'0', &ClearPort},
     {'q', &BufferCounts},
     {'S', &EchoServer},

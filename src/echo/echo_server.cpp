@@ -9,11 +9,11 @@
 #include "echo/crc32.h"
 #include "echo/echo_records.h"
 #include "format/console_log.h"
-#include "platform/os_console.h"
 #include "platform/os_core.h"
 #include "platform/os_serial.h"
 #include "platform/os_sync.h"
 #include "support/run_settings.h"
+#include "support/shared_keys.h"
 
 namespace portwren {
 
@@ -299,7 +299,7 @@ void EchoServer::EndChain() {
 }  // namespace
 
 bool ZeroKeyTaken() {
-  return os::KeyWaiting() && os::GetKey() == '0';
+  return PollKey() == '0';
 }
 
 bool RunEchoServer(os::Handle port, uint32_t chunk_max, LogFileWriter* out_log, LogFileWriter* in_log,
