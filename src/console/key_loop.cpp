@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "console/echo_keys.h"
+#include "console/echo_server_key.h"
 #include "console/key_source.h"
 #include "support/run_settings.h"
 #include "format/console_log.h"
@@ -112,6 +114,15 @@ After BufferCounts(MainLine& line) {
   return After::kPrompt;
 }
 
+After EchoServer(MainLine& line) {
+  return EchoServerKey(line) ? After::kPrompt : After::kNextPass;
+}
+
+template <bool kMild>
+After EchoClient(MainLine& line) {
+  return RunEchoClientKey(line, kMild) ? After::kPrompt : After::kNextPass;
+}
+
 constexpr KeyBinding kKeyTable[] = {
     {os::kKeyEsc, &Quit},
     {'X', &QuitAndReopen},
@@ -125,8 +136,11 @@ constexpr KeyBinding kKeyTable[] = {
     {'p', &PurgeClearOnly},
     {'F', &CtsFlowOn},
     {'f', &CtsFlowOff},
+    {'C', &EchoClient<false>},
+    {'c', &EchoClient<true>},
     {'0', &ClearPort},
     {'q', &BufferCounts},
+    {'S', &EchoServer},
 };
 
 After Dispatch(MainLine& line, int key) {

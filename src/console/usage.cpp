@@ -74,8 +74,4 @@ void PathHint(const char* path) {
   }
 }
 
-uint32_t EchoWriteTimeoutConstant() {
-  return g_wto_constant_given ? static_cast<uint32_t>(g_wto_constant) : 0xFFFFFFFEu;
-}
-
 }  // namespace portwren

@@ -33,6 +33,7 @@ class StreamKeys {
   int GetKey();
   bool KeyWaiting();
   bool ReadLine(char* buffer, int capacity);
+  bool Ended() const { return ended_; }  // nothing is held once the end has been read
 
  private:
   int NextByte(int wait_ms);  // kNothing, kEnd or a byte, with the LF of a CR LF left out
@@ -52,6 +53,7 @@ class TerminalKeys {
   int GetKey();
   bool KeyWaiting();
   bool ReadLine(char* buffer, int capacity);
+  bool Ended() const { return ended_ && !decoder_.HasKey(); }
 
  private:
   int NextKey();  // a key, or ConsoleStream::kEnd

@@ -41,6 +41,10 @@ int GetKey();
 // right after a lone ESC on a terminal, to tell it from the start of an escape sequence.
 bool KeyWaiting();
 
+// True once the input has ended (piped input ran out, a terminal hung up): from then on every
+// key is the ESC of that end. Never on a Windows console.
+bool KeyInputEnded();
+
 // One line into buffer (at most capacity - 1 characters, NUL-terminated, without the line end;
 // the rest of a longer line is dropped). A terminal shows what is typed and allows Backspace.
 // False at the end of input with nothing read.

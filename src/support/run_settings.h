@@ -145,4 +145,10 @@ inline auto& g_custom_read_bytes = g_run_settings.custom_read_bytes;
 inline auto& g_custom_write_bytes = g_run_settings.custom_write_bytes;
 inline auto& g_log_buffer_bytes = g_run_settings.log_buffer_bytes;
 
+// Write-timeout constant of the echo client's and server's own timeouts: --wtoc when given,
+// else MAXDWORD-1.
+inline uint32_t EchoWriteTimeoutConstant() {
+  return g_wto_constant_given ? static_cast<uint32_t>(g_wto_constant) : 0xFFFFFFFEu;
+}
+
 }  // namespace portwren

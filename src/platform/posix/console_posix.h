@@ -46,6 +46,7 @@ class PosixConsole {
   int GetKey();
   bool KeyWaiting();
   bool ReadLine(char* buffer, int capacity);
+  bool InputEnded() const { return terminal_ ? terminal_keys_.Ended() : stream_keys_.Ended(); }
 
   void EnterKeyMode();
   // Back to the mode found at construction. Safe in a signal handler.

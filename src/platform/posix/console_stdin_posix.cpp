@@ -88,6 +88,11 @@ bool KeyWaiting() {
   return Console().KeyWaiting();
 }
 
+bool KeyInputEnded() {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  return Console().InputEnded();
+}
+
 bool ReadLine(char* buffer, int capacity) {
   std::fflush(stdout);
   std::lock_guard<std::mutex> lock(g_mutex);

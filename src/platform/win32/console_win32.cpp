@@ -79,6 +79,12 @@ bool KeyWaiting() {
   return console.is_console ? _kbhit() != 0 : console.keys.KeyWaiting();
 }
 
+bool KeyInputEnded() {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  Console& console = TheConsole();
+  return !console.is_console && console.keys.Ended();
+}
+
 bool ReadLine(char* buffer, int capacity) {
   std::fflush(stdout);
   std::lock_guard<std::mutex> lock(g_mutex);
