@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "console/echo_results.h"
 #include "echo/echo_server.h"
 #include "format/console_log.h"
 #include "port/port_config.h"
@@ -43,8 +44,13 @@ bool EchoServerKey(MainLine& line) {
   MyClearCommData(line.port, kClearMs, false);
   const int32_t chunk_max = g_echo_chunk_maxbytes != 0 ? g_echo_chunk_maxbytes : g_echo_chunk_minbytes;
   LogStamp("Starting echo server(chunkmax=%d), waiting client... ('0' to break)", chunk_max);
-  RunEchoServer(line.port, static_cast<uint32_t>(chunk_max), &line.echo_log_out, &line.echo_log_in);
+  RunTimes times = RunTimes::Begin();
+  EchoServerReport report;
+  RunEchoServer(line.port, static_cast<uint32_t>(chunk_max), &line.echo_log_out, &line.echo_log_in,
+                &ZeroKeyTaken, &report);
+  times.Finish();
   LogStamp("Echo server stopped.");
+  ReportEchoServerRun(chunk_max, times, report);
   ApplyTimeouts(line.port);
   line.echo_log_out.FlushAndClose();
   line.echo_log_in.FlushAndClose();

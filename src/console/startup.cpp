@@ -4,14 +4,15 @@
 #include <cstring>
 
 #include "console/command_line.h"
-#include "support/run_settings.h"
 #include "console/key_loop.h"
 #include "console/main_line.h"
 #include "console/port_open.h"
+#include "console/session_results.h"
 #include "console/usage.h"
 #include "echo/crc32.h"
 #include "format/format.h"
 #include "format/thread_mark.h"
+#include "support/run_settings.h"
 
 namespace portwren {
 
@@ -23,7 +24,7 @@ bool WantsUsage(int argc, char** argv) {
 
 int RunProgram(int argc, char** argv) {
   std::printf("Portwren version %s, compiled on %s %s\n", PORTWREN_VERSION_STRING, __DATE__, __TIME__);
-  BuildCrc32Table();  // echo chunks
+  BuildCrc32Table();                  // echo chunks
   SetFormatLineEnd(1);                // CR LF between dump rows, as on the console
   RegisterThread(ThreadRole::kMain);  // main-thread mark
 
@@ -40,10 +41,11 @@ int RunProgram(int argc, char** argv) {
 
   MainLine line;
   if (!OpenPort(line)) return 1;
+  BeginSession();
   ConfigurePort(line);
   std::printf("Choose action: 'R/r' read, 'W/w' write, '?' help. <ESC> quit.\n");
   RunKeyLoop(line);
-  return 0;
+  return EndSession(0);
 }
 
 }  // namespace portwren

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string_view>
 
 #include "echo/chunk_format.h"
 #include "echo/crc32.h"
@@ -35,8 +36,9 @@ void OnRequestDone(os::Dword error, os::Dword bytes, os::Overlapped* overlapped)
 
 class EchoServer {
  public:
-  EchoServer(os::Handle port, uint32_t size, LogFileWriter* out_log, LogFileWriter* in_log)
-      : port_(port), size_(size), out_log_(out_log), in_log_(in_log) {
+  EchoServer(os::Handle port, uint32_t size, LogFileWriter* out_log, LogFileWriter* in_log,
+             EchoServerReport* report)
+      : port_(port), size_(size), out_log_(out_log), in_log_(in_log), report_(report) {
     read_request_.server = this;
     read_request_.read = true;
     write_request_.server = this;
@@ -56,11 +58,14 @@ class EchoServer {
   bool ReadHead();
   void EndChain();
   void Statistics();
+  void Note(const char* kind, int64_t expected, int64_t received, bool wrong_data = false);
+  void FillReport() const;
 
   os::Handle port_;
   uint32_t size_;
   LogFileWriter* out_log_;
   LogFileWriter* in_log_;
+  EchoServerReport* report_;
   // A head may declare a body of up to size_ bytes, so each buffer has room for a head more.
   std::unique_ptr<uint8_t[]> read_buffer_;
   std::unique_ptr<uint8_t[]> write_buffer_;
@@ -134,7 +139,10 @@ bool EchoServer::Run(EchoStopPoll stop) {
       quitting_ = true;
       os::CancelIo(port_);
     }
-    if (read_pending_ == 0 && write_pending_ == 0) return true;
+    if (read_pending_ == 0 && write_pending_ == 0) {
+      FillReport();
+      return true;
+    }
     if (out_log_ != nullptr && out_log_->IsOpen()) out_log_->Flush();
     if (in_log_ != nullptr && in_log_->IsOpen()) in_log_->Flush();
     Statistics();
@@ -183,11 +191,13 @@ EchoServer::Next EchoServer::ReadDone(os::Dword error, os::Dword bytes) {
   const uint32_t asked = read_pending_;
   read_pending_ = 0;
   if (error != 0) {
+    Note("read_error", 0, error);
     os::SetLastError(error);
     WinErrStamp(0, "Unexpect: Vcom read got error.");
     return Next::kEnd;
   }
   if (bytes != asked) {
+    Note("read_count", asked, bytes);
     LogStamp("Error: Vcom read complete with unexpected bytes count. Got:%d , Expect=%d",
              static_cast<int32_t>(bytes), static_cast<int32_t>(asked));
     LogInRecord(in_log_, chunks_received_, bytes_received_, read_buffer_.get(),
@@ -199,6 +209,7 @@ EchoServer::Next EchoServer::ReadDone(os::Dword error, os::Dword bytes) {
     read_fill_ = kEchoHeadSize;
     if (head.body_length == 0) return WholeChunk();
     if (head.body_length > size_) {
+      Note("chunk_too_long", size_, head.body_length, true);
       LogStamp("Received wrong data. Echo body length(%d) exceeds max expected(%d).",
                static_cast<int32_t>(head.body_length), static_cast<int32_t>(size_));
       LogInRecord(in_log_, chunks_received_, bytes_received_, read_buffer_.get(), read_fill_);
@@ -206,6 +217,7 @@ EchoServer::Next EchoServer::ReadDone(os::Dword error, os::Dword bytes) {
     }
     if (!os::ReadFileEx(port_, read_buffer_.get() + read_fill_, head.body_length, &read_request_.overlapped,
                         &OnRequestDone)) {
+      Note("read_launch", 0, os::GetLastError());
       WinErrStamp(0, "ReadFileEx launch error.");
       return Next::kEnd;
     }
@@ -214,12 +226,15 @@ EchoServer::Next EchoServer::ReadDone(os::Dword error, os::Dword bytes) {
   }
   read_fill_ += static_cast<int32_t>(bytes);
   if (head.body_length != bytes) {
+    Note("body_length", head.body_length, bytes, true);
     LogStamp("Unexpect: Received chunk.echolen is wrong. Recv:%d , Expect: %d", static_cast<int32_t>(bytes),
              static_cast<int32_t>(head.body_length));
     LogInRecord(in_log_, chunks_received_, bytes_received_, read_buffer_.get(), read_fill_);
     return Next::kEnd;
   }
-  if (Crc32(read_buffer_.get() + kEchoHeadSize, head.body_length) != head.body_crc) {
+  const uint32_t crc = Crc32(read_buffer_.get() + kEchoHeadSize, head.body_length);
+  if (crc != head.body_crc) {
+    Note("wrong_crc", crc, head.body_crc, true);
     LogStamp("!!! Wrong crc32 detected on chunk-id %d. ", static_cast<int32_t>(head.chunk_id));
   }
   return WholeChunk();
@@ -238,6 +253,7 @@ EchoServer::Next EchoServer::WriteDone(os::Dword error, os::Dword bytes) {
   const uint32_t asked = write_pending_;
   write_pending_ = 0;
   if (error != 0) {
+    Note("write_error", 0, error);
     os::SetLastError(error);
     WinErrStamp(0, "Unexpect: Vcom write got error.");
     return Next::kEnd;
@@ -245,6 +261,7 @@ EchoServer::Next EchoServer::WriteDone(os::Dword error, os::Dword bytes) {
   LogOutRecord(out_log_, chunks_echoed_, bytes_echoed_, write_buffer_.get(), static_cast<int32_t>(bytes),
                bytes == asked);
   if (bytes != asked) {
+    Note("write_count", asked, bytes);
     LogStamp("Error: Vcom write complete with unexpected bytes count. Got:%d , Expect=%d",
              static_cast<int32_t>(bytes), static_cast<int32_t>(asked));
     return Next::kEnd;
@@ -272,6 +289,7 @@ void EchoServer::Advance() {
   if (writing_ && write_pending_ == 0) {
     if (!os::WriteFileEx(port_, write_buffer_.get(), write_length_, &write_request_.overlapped,
                          &OnRequestDone)) {
+      Note("write_launch", 0, os::GetLastError());
       WinErrStamp(0, "WriteFileEx launch error.");
       return EndChain();
     }
@@ -282,6 +300,7 @@ void EchoServer::Advance() {
 bool EchoServer::ReadHead() {
   read_fill_ = 0;
   if (!os::ReadFileEx(port_, read_buffer_.get(), kEchoHeadSize, &read_request_.overlapped, &OnRequestDone)) {
+    Note("read_launch", 0, os::GetLastError());
     WinErrStamp(0, "ReadFileEx launch error.");
     return false;
   }
@@ -293,7 +312,27 @@ bool EchoServer::ReadHead() {
 // only clears its count, and the loop returns.
 void EchoServer::EndChain() {
   ended_ = true;
+  if (report_ != nullptr) report_->ended_on_error = true;
   if (read_pending_ != 0 || write_pending_ != 0) os::CancelIo(port_);
+}
+
+// The chunk in question is the one being received (reads) or echoed (writes).
+void EchoServer::Note(const char* kind, int64_t expected, int64_t received, bool wrong_data) {
+  if (report_ == nullptr) return;
+  if (wrong_data) report_->wrong_data = true;
+  if (report_->has_error) return;
+  report_->has_error = true;
+  const bool write = std::string_view(kind).substr(0, 5) == "write";
+  report_->error = {kind, static_cast<uint32_t>(write ? chunks_echoed_ : chunks_received_), expected,
+                    received};
+}
+
+void EchoServer::FillReport() const {
+  if (report_ == nullptr) return;
+  report_->chunks_received = chunks_received_;
+  report_->bytes_received = bytes_received_;
+  report_->chunks_echoed = chunks_echoed_;
+  report_->bytes_echoed = bytes_echoed_;
 }
 
 }  // namespace
@@ -303,9 +342,10 @@ bool ZeroKeyTaken() {
 }
 
 bool RunEchoServer(os::Handle port, uint32_t chunk_max, LogFileWriter* out_log, LogFileWriter* in_log,
-                   EchoStopPoll stop) {
-  EchoServer server(port, chunk_max, out_log, in_log);
+                   EchoStopPoll stop, EchoServerReport* report) {
+  EchoServer server(port, chunk_max, out_log, in_log, report);
   if (!server.Start()) return false;
+  if (report != nullptr) report->started = true;
   return server.Run(stop);
 }
 

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "echo/echo_run_report.h"
 #include "echo/log_file_writer.h"
 #include "platform/os_handle.h"
 
@@ -18,8 +19,9 @@ bool ZeroKeyTaken();
 
 // Echoes until stopped or until an error ends the chain of requests; chunk_max is the largest
 // whole chunk expected (also what each buffer holds). The logs may be closed or null. False
-// when the server could not start; the lines say why.
+// when the server could not start; the lines say why. A report, when given, gets the counts and
+// the first error.
 bool RunEchoServer(os::Handle port, uint32_t chunk_max, LogFileWriter* out_log, LogFileWriter* in_log,
-                   EchoStopPoll stop = &ZeroKeyTaken);
+                   EchoStopPoll stop = &ZeroKeyTaken, EchoServerReport* report = nullptr);
 
 }  // namespace portwren
