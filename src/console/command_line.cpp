@@ -61,6 +61,8 @@ constexpr LongOption kLongOptions[] = {
     {"unplug-vcoms", kNoArgument, nullptr, kOptUnplugVcoms},
     {"vbus-reinstall", kNoArgument, nullptr, kOptVbusReinstall},
     {"print-devstate-on-dsr", kNoArgument, nullptr, kOptPrintDevstateOnDsr},
+    {"json-results", kRequiredArgument, nullptr, kOptJsonResults},
+    {"nonzero-on-fail", kNoArgument, nullptr, kOptNonzeroOnFail},
     {nullptr, kNoArgument, nullptr, 0},
 };
 
@@ -124,7 +126,8 @@ void ListVcoms(bool offer_dialog) {
 
 constexpr OptionAction kOptionActions[] = {
     {kOptReadonly, [](const char*, int32_t, ParseState&) { g_readonly = true; }},
-    {'b', [](const char* v, int32_t, ParseState&) { g_bytes_to_rw = static_cast<int32_t>(AutoBaseArgument(v)); }},
+    {'b',
+     [](const char* v, int32_t, ParseState&) { g_bytes_to_rw = static_cast<int32_t>(AutoBaseArgument(v)); }},
     {'c', [](const char*, int32_t n, ParseState&) { g_wait_msec_before_cancel = n; }},
     {kOptRtoi, [](const char*, int32_t n, ParseState&) { g_rto_interval = n; }},
     {kOptRtom, [](const char*, int32_t n, ParseState&) { g_rto_multiplier = n; }},
@@ -137,7 +140,8 @@ constexpr OptionAction kOptionActions[] = {
      }},
     {kOptInQueue, [](const char*, int32_t n, ParseState&) { g_in_queue_bytes = n; }},
     {kOptOutQueue, [](const char*, int32_t n, ParseState&) { g_out_queue_bytes = n; }},
-    {kOptReadLog, [](const char* v, int32_t, ParseState&) { CopyText(g_read_log_path, sizeof g_read_log_path, v); }},
+    {kOptReadLog,
+     [](const char* v, int32_t, ParseState&) { CopyText(g_read_log_path, sizeof g_read_log_path, v); }},
     {kOptReadLogAppend, [](const char*, int32_t, ParseState&) { g_read_log_append = true; }},
     {kOptSilentRead, [](const char*, int32_t, ParseState&) { g_silent_read = true; }},
     {kOptEchoNeedLog, [](const char*, int32_t, ParseState&) { g_echo_need_log = true; }},
@@ -155,7 +159,8 @@ constexpr OptionAction kOptionActions[] = {
        g_echo_srand = std::strcmp(v, "time") == 0 ? static_cast<uint32_t>(std::time(nullptr)) : static_cast<uint32_t>(n);
      }},
     {kOptEchoTimeoutLimit, [](const char*, int32_t n, ParseState&) { g_echo_timeout_limit = AtLeast(n, 0); }},
-    {kOptEchocliReadNibble, [](const char*, int32_t n, ParseState&) { g_echocli_read_nibble = AtLeast(n, 1); }},
+    {kOptEchocliReadNibble,
+     [](const char*, int32_t n, ParseState&) { g_echocli_read_nibble = AtLeast(n, 1); }},
     {kOptEchocliWriteDelaymsec,
      [](const char*, int32_t n, ParseState&) { g_echocli_write_delaymsec = AtLeast(n, 0); }},
     {kOptEchocliReadDelaymsec,
@@ -168,7 +173,8 @@ constexpr OptionAction kOptionActions[] = {
        g_echocli_read_delaymsec = AtLeast(n, 0);
      }},
     {kOptManualInterveneErrcli, [](const char*, int32_t, ParseState&) { g_manual_intervene_errcli = true; }},
-    {kOptFirstKey, [](const char* v, int32_t, ParseState&) { CopyText(g_first_keys, sizeof g_first_keys, v); }},
+    {kOptFirstKey,
+     [](const char* v, int32_t, ParseState&) { CopyText(g_first_keys, sizeof g_first_keys, v); }},
     {kOptRepeatFinalKey, [](const char*, int32_t, ParseState&) { g_repeat_final_key = true; }},
     {'B', [](const char*, int32_t n, ParseState&) { g_baudrate = n; }},
     {kOptWaitcommeventDelay0,
@@ -182,7 +188,8 @@ constexpr OptionAction kOptionActions[] = {
     {kOptClearComportMsec, [](const char*, int32_t n, ParseState&) { g_clear_comport_msec = AtLeast(n, 0); }},
     {kOptPauseBeforeQuit, [](const char*, int32_t, ParseState&) { g_pause_before_quit = true; }},
     {kOptOmitCancelio, [](const char*, int32_t, ParseState&) { g_omit_cancelio = true; }},
-    {kOptOmitGetoverlappedresult, [](const char*, int32_t, ParseState&) { g_omit_getoverlappedresult = true; }},
+    {kOptOmitGetoverlappedresult,
+     [](const char*, int32_t, ParseState&) { g_omit_getoverlappedresult = true; }},
     {kOptPauseMsecBfrCancelio,
      [](const char*, int32_t n, ParseState&) { g_pause_msec_bfr_cancelio = AtLeast(n, 0); }},
     {kOptListVcoms, [](const char*, int32_t, ParseState&) { ListVcoms(true); }},
@@ -200,6 +207,9 @@ constexpr OptionAction kOptionActions[] = {
      }},
     {kOptPrintDevstateOnDsr, [](const char*, int32_t, ParseState&) { g_print_devstate_on_dsr = true; }},
     {'Q', [](const char*, int32_t n, ParseState& state) { state.quick_read_timeout = n; }},
+    {kOptJsonResults, [](const char* v, int32_t,
+                         ParseState&) { CopyText(g_json_results_path, sizeof g_json_results_path, v); }},
+    {kOptNonzeroOnFail, [](const char*, int32_t, ParseState&) { g_nonzero_on_fail = true; }},
 };
 
 void ApplyOption(int code, const char* value, int32_t number, ParseState& state) {

@@ -48,6 +48,9 @@ enum LongOnlyOption : int {
   kOptUnplugVcoms,
   kOptVbusReinstall,
   kOptPrintDevstateOnDsr,
+  // Later additions; each first letter is one no other long option starts with.
+  kOptJsonResults,
+  kOptNonzeroOnFail,
 };
 static_assert(kOptPrintDevstateOnDsr == 164);
 

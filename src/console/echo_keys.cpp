@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "console/echo_results.h"
 #include "echo/echo_client.h"
 #include "format/console_log.h"
 #include "port/port_config.h"
@@ -44,9 +45,13 @@ bool RunEchoClientKey(MainLine& line, bool mild) {
 
   const uint64_t byte_limit = g_echo_maxbytes64 < 1 ? 0 : static_cast<uint64_t>(g_echo_maxbytes64);
   const EchoLogs logs{&line.echo_log_out, &line.echo_log_in};
+  RunTimes times = RunTimes::Begin();
+  EchoClientReport report;
   const bool passed = RunEchoClient(line.port, byte_limit, static_cast<uint32_t>(g_echo_chunk_minbytes),
-                                    static_cast<uint32_t>(g_echo_chunk_maxbytes), mild, logs);
+                                    static_cast<uint32_t>(g_echo_chunk_maxbytes), mild, logs, &report);
+  times.Finish();
   LogStamp(passed ? "Echo test success." : "Echo test fail.");
+  ReportEchoClientRun(line.port, mild, times, report, passed);
   if (!g_datapipe) ApplyTimeouts(line.port);
   line.echo_log_out.FlushAndClose();
   line.echo_log_in.FlushAndClose();

@@ -4,6 +4,7 @@
 
 #include "console/driver_keys.h"
 #include "console/echo_keys.h"
+#include "console/echo_server_key.h"
 #include "console/key_source.h"
 #include "console/monitor_keys.h"
 #include "driver/device_state.h"
@@ -129,6 +130,10 @@ After MonitorStop(MainLine& line) {
 After ReaderToggle(MainLine& line) {
   return ReaderKey(line) ? After::kPrompt : After::kNextPass;
 }
+After EchoServer(MainLine& line) {
+  return EchoServerKey(line) ? After::kPrompt : After::kNextPass;
+}
+
 template <bool kMild>
 After EchoClient(MainLine& line) {
   return RunEchoClientKey(line, kMild) ? After::kPrompt : After::kNextPass;
@@ -155,6 +160,7 @@ constexpr KeyBinding kKeyTable[] = {
     {'$', &MonitorStartAsking},
     {'e', &MonitorStop},
     {'#', &ReaderToggle},
+    {'S', &EchoServer},
 };
 
 After Dispatch(MainLine& line, int key) {

@@ -4,16 +4,17 @@
 #include <cstring>
 
 #include "console/command_line.h"
-#include "support/run_settings.h"
 #include "console/key_loop.h"
 #include "console/main_line.h"
 #include "console/port_open.h"
+#include "console/session_results.h"
 #include "console/usage.h"
 #include "driver/driver_startup.h"
 #include "driver/vcom_enum.h"
 #include "echo/crc32.h"
 #include "format/format.h"
 #include "format/thread_mark.h"
+#include "support/run_settings.h"
 
 namespace portwren {
 
@@ -49,10 +50,11 @@ int RunProgram(int argc, char** argv) {
 
   MainLine line;
   if (!OpenPort(line)) return 1;
+  BeginSession();
   ConfigurePort(line);
   std::printf("Choose action: 'R/r' read, 'W/w' write, '?' help. <ESC> quit.\n");
   RunKeyLoop(line);
-  return 0;
+  return EndSession(0);
 }
 
 }  // namespace portwren

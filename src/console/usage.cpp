@@ -60,6 +60,9 @@ void PrintUsage() {
   std::printf("  -l or --list-vcoms\n");
   std::printf("  --readonly (open VCOM read-only)\n");
   std::printf("  -Q <rtoc> \n");
+  // Later additions, after the lines above.
+  std::printf("  --json-results=<file> (one JSON line per echo run and at the session's end)\n");
+  std::printf("  --nonzero-on-fail (exit code 3 when a test run of the session failed)\n");
 }
 
 void PathHint(const char* path) {

@@ -117,10 +117,21 @@ void StopAlone(EchoClientContext& context, os::Handle worker) {
   os::WaitForSingleObject(worker, os::kInfinite);
 }
 
+// Read once both workers have ended.
+void FillReport(const EchoClientContext& context, EchoClientReport* report) {
+  report->chunks_sent = context.chunks_sent.load();
+  report->bytes_sent = context.bytes_sent.load();
+  report->chunks_received = context.chunks_received.load();
+  report->bytes_received = context.bytes_received.load();
+  report->has_error = context.first_error.Get(&report->error);
+  report->latency_measured = context.mild;
+  if (context.mild) report->latency = SummarizeLatency(context.latency_us);
+}
+
 }  // namespace
 
 bool RunEchoClient(os::Handle port, uint64_t byte_limit, uint32_t min_chunk, uint32_t max_chunk, bool mild,
-                   const EchoLogs& logs) {
+                   const EchoLogs& logs, EchoClientReport* report) {
   if (g_datapipe) {
     ClearDatapipeData(port, kClearReadMs);
   } else if (!PreparePort(port, max_chunk)) {
@@ -156,6 +167,7 @@ bool RunEchoClient(os::Handle port, uint64_t byte_limit, uint32_t min_chunk, uin
     if (os::WaitForMultipleObjects(2, workers, true, kSuperviseWaitMs) == os::kWaitObject0) break;
     supervisor.PrintStatistics();
   }
+  if (report != nullptr) FillReport(context, report);
   return context.push_result.load() == kWorkerEndedWell && context.pull_result.load() == kWorkerEndedWell;
 }
 

@@ -5,8 +5,10 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "echo/echo_error_reports.h"
+#include "echo/echo_run_report.h"
 #include "platform/os_handle.h"
 #include "support/handle_holder.h"
 
@@ -41,6 +43,12 @@ struct EchoClientContext {
   std::atomic<uint64_t> bytes_received{0};
   std::atomic<uint64_t> chunks_received{0};
   std::atomic<uint32_t> pull_result{kWorkerRunning};
+
+  // For the results: the first error of either thread, and in mild mode each round trip
+  // (written by the pushing thread before the write, read by the pulling thread after the check).
+  FirstEchoError first_error;
+  std::atomic<int64_t> push_started_us{0};
+  std::vector<uint32_t> latency_us;  // pulling thread only
 };
 
 // The wait of one transfer: --echo-timeout-limit, or none.

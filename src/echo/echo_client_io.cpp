@@ -149,6 +149,7 @@ bool WriteEchoChunk(EchoClientContext& context, uint32_t length, uint32_t chunk_
   if (os::WriteFile(context.port, buffer, length, &done, &overlapped)) return true;
   os::Dword error = os::GetLastError();
   if (error != os::kErrIoPending) {
+    context.first_error.Note("write_call", chunk_id, 0, error);
     ReportPushingError(context.logs, "@Chunk %u: Error WriteFile(). WinErr=%d(%s)", chunk_id,
                        static_cast<int32_t>(error), WinErrName(error));
     return false;
@@ -157,6 +158,7 @@ bool WriteEchoChunk(EchoClientContext& context, uint32_t length, uint32_t chunk_
     case Woken::kDone:
       if (os::GetOverlappedResult(context.port, &overlapped, &done, true)) return true;
       error = os::GetLastError();
+      context.first_error.Note("write_result", chunk_id, 0, error);
       ReportPushingError(context.logs, "@Chunk %u: Error async WriteFile(). WinErr=%d(%s)", chunk_id,
                          static_cast<int32_t>(error), WinErrName(error));
       return false;
@@ -165,6 +167,7 @@ bool WriteEchoChunk(EchoClientContext& context, uint32_t length, uint32_t chunk_
     case Woken::kTimeout:
       break;
   }
+  context.first_error.Note("write_timeout", chunk_id, length, 0);
   ReportPushingError(context.logs, "@Chunk %u: Pushing thread timeout(%d millisec)! ", chunk_id,
                      static_cast<int32_t>(timeout));
   CancelAndCollect(context.port, &overlapped, event, timeout, false, kPushCancel);
@@ -178,6 +181,7 @@ bool ReceiveEchoChunk(EchoClientContext& context, ReceiveState& state, os::Handl
   bool bad = false;
   bool head_whole = true;
   if (ReadExactly(context, state, kEchoHeadSize, event, timeout) != 0) {
+    context.first_error.Note("short_head", state.chunk_id, kEchoHeadSize, state.fill);
     ReportPullingError(context.logs, state, "DataError: Received less bytes(%d) than Echo headsize(%d).",
                        static_cast<int32_t>(state.fill), static_cast<int32_t>(kEchoHeadSize));
     bad = true;
@@ -188,10 +192,13 @@ bool ReceiveEchoChunk(EchoClientContext& context, ReceiveState& state, os::Handl
     head = ReadChunkHead(state.buffer);
     const uint32_t faults = CheckChunkHead(head, state.chunk_id, context.max_chunk);
     if (faults & kChunkWrongId) {
+      context.first_error.Note("wrong_chunk_id", state.chunk_id, state.chunk_id, head.chunk_id);
       ReportPullingError(context.logs, state, "DataError: Received wrong chunk-id. Recv:%u, Expect:%u",
                          head.chunk_id, state.chunk_id);
     }
     if (faults & kChunkTooLong) {
+      context.first_error.Note("chunk_too_long", state.chunk_id, context.max_chunk - kEchoHeadSize,
+                               head.body_length);
       ReportPullingError(context.logs, state, "DataError: Received chunk length(%d) exceeds max(%d).",
                          static_cast<int32_t>(head.body_length),
                          static_cast<int32_t>(context.max_chunk - kEchoHeadSize));
@@ -207,6 +214,7 @@ bool ReceiveEchoChunk(EchoClientContext& context, ReceiveState& state, os::Handl
   }
   const uint32_t head_bytes = state.fill;
   if (ReadExactly(context, state, count, event, timeout) != 0 && !bad) {
+    context.first_error.Note("short_body", state.chunk_id, count, state.fill - head_bytes);
     ReportPullingError(context.logs, state, "DataError: Received less chunk body(%d) than expected(%d).",
                        static_cast<int32_t>(state.fill - head_bytes), static_cast<int32_t>(count));
     bad = true;
@@ -215,6 +223,7 @@ bool ReceiveEchoChunk(EchoClientContext& context, ReceiveState& state, os::Handl
   if (bad) return false;
   uint32_t computed = 0;
   if (!CheckChunkBody(head, state.buffer + kEchoHeadSize, &computed)) {
+    context.first_error.Note("wrong_crc", state.chunk_id, computed, head.body_crc);
     ReportPullingError(context.logs, state, "Error: Received wrong CRC. Recv:0x%08X, Expect:0x%08X",
                        head.body_crc, computed);
     return false;

@@ -1,5 +1,6 @@
 // The echo client's pushing and pulling threads.
 #include <algorithm>
+#include <cstdint>
 
 #include "echo/chunk_format.h"
 #include "echo/echo_client_context.h"
@@ -43,6 +44,7 @@ class Pusher {
       const uint32_t length = NextEchoChunkLength(context_.min_chunk, context_.max_chunk, previous_draw);
       if (!quitting_) Pace();
       const uint64_t sent_before = context_.bytes_sent.load();
+      if (context_.mild) context_.push_started_us.store(LatencyClockUs());
       const bool written = WriteEchoChunk(context_, length, chunk_id, event.get(), EchoTransferTimeout());
       if (out_log_open) {
         LogOutRecord(context_.logs.out, context_.chunks_sent.load(), sent_before, context_.send_buffer.get(),
@@ -122,6 +124,10 @@ uint32_t Pull(EchoClientContext& context) {
                   static_cast<int32_t>(received));
     }
     if (!good) return kWorkerFailed;
+    if (context.mild) {
+      const int64_t trip = LatencyClockUs() - context.push_started_us.load();
+      context.latency_us.push_back(static_cast<uint32_t>(std::clamp<int64_t>(trip, 0, UINT32_MAX)));
+    }
     const uint64_t chunks = context.chunks_received.fetch_add(1) + 1;
     const uint64_t bytes = context.bytes_received.fetch_add(received) + received;
     const uint64_t limit = context.byte_limit.load();

@@ -22,6 +22,7 @@ inline constexpr char kDatapipePath[] = "\\\\.\\QDX_Datapipe";
 inline constexpr int kDevOpenPathCapacity = 260;
 inline constexpr int kReadLogPathCapacity = 260;
 inline constexpr int kFirstKeysCapacity = 34;  // 33 keys and the NUL
+inline constexpr int kJsonResultsPathCapacity = 260;
 // Marks the end of the first keys: the key before it repeats until Enter or ESC.
 inline constexpr char kRepeatKeyMarker = static_cast<char>(0xFF);
 
@@ -79,6 +80,9 @@ struct RunSettings {
   int32_t custom_read_bytes = 0;  // the last counts typed at the R and W prompts
   int32_t custom_write_bytes = 0;
   int32_t log_buffer_bytes = 8192;
+  // Results a machine reads.
+  char json_results_path[kJsonResultsPathCapacity] = {};
+  bool nonzero_on_fail = false;
 
   bool operator==(const RunSettings&) const = default;
 };
@@ -144,6 +148,8 @@ inline auto& g_print_less = g_run_settings.print_less;
 inline auto& g_custom_read_bytes = g_run_settings.custom_read_bytes;
 inline auto& g_custom_write_bytes = g_run_settings.custom_write_bytes;
 inline auto& g_log_buffer_bytes = g_run_settings.log_buffer_bytes;
+inline auto& g_json_results_path = g_run_settings.json_results_path;
+inline auto& g_nonzero_on_fail = g_run_settings.nonzero_on_fail;
 
 // Write-timeout constant of the echo client's and server's own timeouts: --wtoc when given,
 // else MAXDWORD-1.

@@ -151,6 +151,29 @@ bool KeyPipe::Type(std::string_view keys) {
   return true;
 }
 
+void OutputWatch::Feed(const std::string& piece) {
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    text_ += piece;
+  }
+  grown_.notify_all();
+}
+
+std::function<void(const std::string&)> OutputWatch::Tap() {
+  return [this](const std::string& piece) { Feed(piece); };
+}
+
+bool OutputWatch::WaitFor(const std::string& text, int timeout_ms) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  size_t found = std::string::npos;
+  const bool seen = grown_.wait_for(lock, std::chrono::milliseconds(timeout_ms), [&] {
+    found = text_.find(text, searched_from_);
+    return found != std::string::npos;
+  });
+  if (seen) searched_from_ = found + text.size();
+  return seen;
+}
+
 void KeyPipe::Close() {
   if (write_fd_ >= 0) ::close(write_fd_);
   write_fd_ = -1;

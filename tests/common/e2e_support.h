@@ -5,6 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <condition_variable>
+#include <functional>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -54,6 +57,23 @@ class KeyPipe {
  private:
   int read_fd_ = -1;
   int write_fd_ = -1;
+};
+
+// What a running program printed so far, fed by ProcessOptions::on_out; a test waits for a line
+// before it acts on the line's far end.
+class OutputWatch {
+ public:
+  void Feed(const std::string& piece);
+  // For ProcessOptions::on_out; the watch must outlive the run.
+  std::function<void(const std::string&)> Tap();
+  // Waits until `text` appears after what the previous successful wait found; false on timeout.
+  bool WaitFor(const std::string& text, int timeout_ms);
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable grown_;
+  std::string text_;
+  size_t searched_from_ = 0;
 };
 
 // Runs the program on one end of a pseudo-terminal pair; the test holds the far end.

@@ -199,6 +199,7 @@ ProcessResult RunProcess(const std::string& program, const std::vector<std::stri
   std::vector<std::string> env_strings = ChildEnvironment(options);
   std::vector<char*> child_argv = NullTerminated(argv_strings);
   std::vector<char*> child_env = NullTerminated(env_strings);
+  const std::string working_dir = options.working_dir;
 
   Pipe out, err, in;
   int null_fd = -1;
@@ -215,6 +216,7 @@ ProcessResult RunProcess(const std::string& program, const std::vector<std::stri
   const pid_t pid = fork();
   if (pid == 0) {
     setpgid(0, 0);  // its own group, so that a kill at the time limit reaches its children too
+    if (!working_dir.empty() && chdir(working_dir.c_str()) != 0) _exit(126);
     dup2(stdin_source, 0);
     dup2(out.write_end, 1);
     dup2(err.write_end, 2);
@@ -276,7 +278,9 @@ ProcessResult RunProcess(const std::string& program, const std::vector<std::stri
     for (int i = 0; i < count; ++i) {
       if (fds[i].revents == 0) continue;
       if (fds[i].fd == out_fd) {
+        const size_t before = result.out.size();
         ReadAvailable(out_fd, &result.out);
+        if (options.on_out && result.out.size() > before) options.on_out(result.out.substr(before));
       } else if (fds[i].fd == err_fd) {
         ReadAvailable(err_fd, &result.err);
       } else if (fds[i].fd == in_fd) {

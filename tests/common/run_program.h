@@ -4,6 +4,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -18,6 +19,10 @@ struct ProcessOptions {
   int stdin_fd = -1;                                     // this descriptor instead; with neither, /dev/null
   std::vector<int> closed_fds;                           // standard streams the child starts without
   std::chrono::milliseconds timeout{20000};              // the child is killed after this long
+  std::string working_dir;                               // the child starts here; empty: ours
+  // Each piece of standard output as it arrives, on the thread that runs the child; for tests that
+  // act on what a running program printed. The pieces still end up in ProcessResult::out.
+  std::function<void(const std::string& piece)> on_out;
 };
 
 struct ProcessResult {

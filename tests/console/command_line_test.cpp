@@ -10,8 +10,8 @@
 #include <type_traits>
 #include <vector>
 
-#include "support/run_settings.h"
 #include "console/usage.h"
+#include "support/run_settings.h"
 
 namespace portwren {
 namespace {
@@ -173,6 +173,9 @@ TEST(ParseCommandLine, AcceptedCommandLinesAndTheirSettings) {
         IS(g_omit_getoverlappedresult, true), IS(g_print_devstate_on_dsr, true),
         IS(g_waitcommevent_delay0, 0xFFFFFFFFu), IS(g_no_port_mode, false)}},
       {{"COM3", "--echo-maxbytes=5000000000"}, {IS(g_echo_maxbytes64, 5000000000LL)}},
+      // The later options, abbreviated to their first letter.
+      {{"COM3", "--j=r.jsonl", "--n"},
+       {IS(g_json_results_path, std::string("r.jsonl")), IS(g_nonzero_on_fail, true)}},
   };
   for (const Accepted& c : cases) {
     SCOPED_TRACE(testing::PrintToString(c.args));
@@ -293,7 +296,7 @@ TEST(ParseCommandLine, EveryOptionMovesASettingAndResetRestoresThem) {
   }
 }
 
-TEST(LongOptionTable, CodesAreTheLettersAndOneCodeEachFrom128To164) {
+TEST(LongOptionTable, CodesAreTheLettersAndOneCodeEachFrom128To166) {
   std::set<int> long_only;
   std::string letters;
   int entries = 0;
@@ -305,14 +308,25 @@ TEST(LongOptionTable, CodesAreTheLettersAndOneCodeEachFrom128To164) {
       letters.push_back(static_cast<char>(o->val));
     }
   }
-  EXPECT_EQ(entries, 43);
+  EXPECT_EQ(entries, 45);
   EXPECT_EQ(letters, "bcBmKk");
-  ASSERT_EQ(long_only.size(), 37u);
+  ASSERT_EQ(long_only.size(), 39u);
   EXPECT_EQ(*long_only.begin(), 128);
-  EXPECT_EQ(*long_only.rbegin(), 164);
+  EXPECT_EQ(*long_only.rbegin(), 166);
   EXPECT_EQ(std::strcmp(LongOptionTable()[0].name, "readonly"), 0);
   EXPECT_EQ(LongOptionTable()[0].val, 128);
   EXPECT_EQ(LongOptionTable()[42].val, 164);
+}
+
+// The later options start with letters no other option starts with, so every abbreviation that
+// worked before they came still names the same option.
+TEST(LongOptionTable, LaterOptionsKeepEveryEarlierAbbreviation) {
+  for (const LongOption* added = LongOptionTable() + 43; added->name != nullptr; ++added) {
+    for (const LongOption* o = LongOptionTable(); o->name != nullptr; ++o) {
+      if (o == added) continue;
+      EXPECT_NE(o->name[0], added->name[0]) << o->name << " / " << added->name;
+    }
+  }
 }
 
 TEST(OptionValueConversion, DecimalIsAtoiHeldAtTheLimits) {

@@ -59,6 +59,9 @@ TEST(PrintUsage, PrintsTheUsageTextLineByLine) {
       "  -l or --list-vcoms",
       "  --readonly (open VCOM read-only)",
       "  -Q <rtoc> ",
+      // Later additions come after every line above.
+      "  --json-results=<file> (one JSON line per echo run and at the session's end)",
+      "  --nonzero-on-fail (exit code 3 when a test run of the session failed)",
   };
   std::string text;
   for (const std::string& line : lines) text += line + "\n";  // every line ends, the last included
