@@ -8,7 +8,8 @@ NATIVE_EXE := $(ROOT)/build/native/src/portwren
 PACKAGES := cmake ninja-build g++ make libgtest-dev libbenchmark-dev zlib1g-dev \
             g++-mingw-w64-x86-64-posix wine wine64 socat tmux xxd clang-format
 
-.PHONY: all deps format check-format native windows tsan asan test test-native test-windows test-tsan demo bench clean
+.PHONY: all deps format check-format native windows tsan asan test test-native test-windows test-tsan demo bench clean \
+        stress
 
 all: native windows
 
@@ -50,6 +51,10 @@ test-tsan: tsan
 	ctest --preset tsan -L 'platform|support|port|echo|monitor'
 
 test: check-format test-native test-windows test-tsan
+
+# The long detection campaign: one line fault per trial, in-process and through the relay.
+stress: native
+	$(ROOT)/build/native/tests/detect_campaign --trials 10000 --e2e 40 --clean-bytes 100000000
 
 demo: native
 	bash scripts/demo.sh $(NATIVE_EXE)
