@@ -9,7 +9,7 @@ PACKAGES := cmake ninja-build g++ make libgtest-dev libbenchmark-dev zlib1g-dev 
             g++-mingw-w64-x86-64-posix wine wine64 socat tmux xxd clang-format clang libclang-rt-14-dev
 
 .PHONY: all deps format check-format native windows tsan asan test test-native test-windows test-tsan demo bench clean \
-        stress fuzz fuzz-build test-fuzz
+        stress fuzz fuzz-build test-fuzz test-in-flight
 
 all: native windows
 
@@ -44,6 +44,12 @@ fuzz-build: deps
 	cmake --preset fuzz >/dev/null
 	cmake --build --preset fuzz
 
+# Requests left in flight on purpose and the line going away, under AddressSanitizer.
+test-in-flight: deps
+	cmake --preset asan >/dev/null
+	cmake --build --preset asan --target portwren fault_relay e2e_tests
+	ctest --preset asan -R 'InFlight|Vanishing|DeviceComesBack|FullDisk'
+
 # Each fuzzer a few seconds.
 test-fuzz: fuzz-build
 	ctest --preset fuzz
@@ -64,10 +70,12 @@ test-windows: windows
 test-tsan: tsan
 	ctest --preset tsan -L 'platform|support|port|echo|monitor'
 
-test: check-format test-native test-windows test-tsan test-fuzz
+test: check-format test-native test-windows test-tsan test-fuzz test-in-flight
 
 # The long detection campaign: one line fault per trial, in-process and through the relay.
-stress: native
+stress: deps
+	cmake --preset native >/dev/null
+	cmake --build --preset native --target detect_campaign
 	$(ROOT)/build/native/tests/detect_campaign --trials 10000 --e2e 40 --clean-bytes 100000000
 
 demo: native

@@ -73,14 +73,12 @@ class Vanishing : public testkit::PtyRunTest, public testing::WithParamInterface
   void Start(const std::vector<std::string>& extra) {
     std::vector<std::string> args{port()};
     args.insert(args.end(), extra.begin(), extra.end());
-    // Line-buffered, so that a pending request's line shows while it waits.
-    args.insert(args.begin(), {"-oL", PORTWREN_EXE});
     ProcessOptions options;
     options.stdin_fd = keys_.read_fd();
     options.on_out = watch_.Tap();
     options.env_unset = {"PORTWREN_PRINT_LESS"};
     runner_ = std::thread([this, args, options] {
-      result_ = testkit::RunProcess("stdbuf", args, options);
+      result_ = testkit::RunPortwrenLineBuffered(args, options);
       result_.out = testkit::ScrubRunText(result_.out);
     });
   }
@@ -174,7 +172,7 @@ TEST(DeviceComesBack, XAndAFreshStartOpenItAgain) {
   options.stdin_fd = keys.read_fd();
   options.on_out = watch.Tap();
   ProcessResult result;
-  std::thread runner([&] { result = testkit::RunProcess("stdbuf", {"-oL", PORTWREN_EXE, a}, options); });
+  std::thread runner([&] { result = testkit::RunPortwrenLineBuffered({a}, options); });
   ASSERT_TRUE(watch.WaitFor("Choose action", kLineWaitMs));
   line->Pull();
   keys.Type("q");
