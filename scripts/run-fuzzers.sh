@@ -17,7 +17,7 @@ for fuzzer in "$bin_dir"/*_fuzz; do
   mkdir -p "$corpus" "$findings"
   log=$findings/run.log
   "$fuzzer" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 \
-    -artifact_prefix="$findings/" "$corpus" >"$log" 2>&1
+    -artifact_prefix="$findings/" "$corpus" $(ls -d "$corpus_root/../regressions/$name" 2>/dev/null) >"$log" 2>&1
   executions=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1)
   found=$(find "$findings" -maxdepth 1 -name 'crash-*' -o -maxdepth 1 -name 'leak-*' -o -maxdepth 1 -name 'timeout-*' -o -maxdepth 1 -name 'oom-*' | wc -l)
   # Keep only the inputs that add coverage.
