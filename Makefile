@@ -6,9 +6,10 @@ NATIVE_EXE := $(ROOT)/build/native/src/portwren
 
 # Debian packages the build, the tests and the demo need.
 PACKAGES := cmake ninja-build g++ make libgtest-dev libbenchmark-dev zlib1g-dev \
-            g++-mingw-w64-x86-64-posix wine wine64 socat tmux xxd clang-format
+            g++-mingw-w64-x86-64-posix wine wine64 socat tmux xxd clang-format clang libclang-rt-14-dev
 
-.PHONY: all deps format check-format native windows tsan asan test test-native test-windows test-tsan demo bench clean
+.PHONY: all deps format check-format native windows tsan asan test test-native test-windows test-tsan demo bench clean \
+        stress fuzz fuzz-build test-fuzz test-in-flight
 
 all: native windows
 
@@ -38,6 +39,26 @@ asan: deps
 	cmake --preset asan >/dev/null
 	cmake --build --preset asan
 
+# libFuzzer targets (clang, with AddressSanitizer and UndefinedBehaviorSanitizer).
+fuzz-build: deps
+	cmake --preset fuzz >/dev/null
+	cmake --build --preset fuzz
+
+# Requests left in flight on purpose and the line going away, under AddressSanitizer.
+test-in-flight: deps
+	cmake --preset asan >/dev/null
+	cmake --build --preset asan --target portwren fault_relay e2e_tests
+	ctest --preset asan -R 'InFlight|Vanishing|DeviceComesBack|FullDisk'
+
+# Each fuzzer a few seconds.
+test-fuzz: fuzz-build
+	ctest --preset fuzz
+
+# Each fuzzer FUZZ_SECONDS on the corpus kept in tests/fuzz/corpus.
+FUZZ_SECONDS ?= 300
+fuzz: fuzz-build
+	bash scripts/run-fuzzers.sh $(ROOT)/build/fuzz/tests/fuzz $(ROOT)/tests/fuzz/corpus $(FUZZ_SECONDS)
+
 test-native: native
 	ctest --preset native
 
@@ -49,7 +70,13 @@ test-windows: windows
 test-tsan: tsan
 	ctest --preset tsan -L 'platform|support|port|echo|monitor'
 
-test: check-format test-native test-windows test-tsan
+test: check-format test-native test-windows test-tsan test-fuzz test-in-flight
+
+# The long detection campaign: one line fault per trial, in-process and through the relay.
+stress: deps
+	cmake --preset native >/dev/null
+	cmake --build --preset native --target detect_campaign
+	$(ROOT)/build/native/tests/detect_campaign --trials 10000 --e2e 40 --clean-bytes 100000000
 
 demo: native
 	bash scripts/demo.sh $(NATIVE_EXE)

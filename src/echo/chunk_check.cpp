@@ -23,6 +23,11 @@ bool CheckChunkBody(const ChunkHead& head, const uint8_t* body, uint32_t* comput
   return crc == head.body_crc;
 }
 
+bool ServerBodyLength(const ChunkHead& head, uint32_t size, uint32_t* body) {
+  *body = head.body_length;
+  return head.body_length <= size;
+}
+
 ChunkCheck CheckReceivedChunk(const uint8_t* bytes, uint32_t received, uint32_t expected_id,
                               uint32_t max_chunk) {
   ChunkCheck check;

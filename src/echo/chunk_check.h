@@ -36,6 +36,11 @@ struct ChunkCheck {
   bool Good() const { return faults == 0; }
 };
 
+// The echo server's view of a head: the body bytes to read next (0: the head is the whole
+// chunk), or false when the declared body is more than its buffers of size bytes take. The
+// server measures against the whole-chunk maximum, not the body room, as it always has.
+bool ServerBodyLength(const ChunkHead& head, uint32_t size, uint32_t* body);
+
 // All checks, in the receiver's order, on the received bytes of one chunk.
 ChunkCheck CheckReceivedChunk(const uint8_t* bytes, uint32_t received, uint32_t expected_id,
                               uint32_t max_chunk);

@@ -6,6 +6,7 @@
 #include <new>
 #include <string_view>
 
+#include "echo/chunk_check.h"
 #include "echo/chunk_format.h"
 #include "echo/crc32.h"
 #include "echo/echo_records.h"
@@ -207,21 +208,23 @@ EchoServer::Next EchoServer::ReadDone(os::Dword error, os::Dword bytes) {
   const ChunkHead head = ReadChunkHead(read_buffer_.get());
   if (read_fill_ == 0) {
     read_fill_ = kEchoHeadSize;
-    if (head.body_length == 0) return WholeChunk();
-    if (head.body_length > size_) {
+    uint32_t body = 0;
+    const bool fits = ServerBodyLength(head, size_, &body);
+    if (fits && body == 0) return WholeChunk();
+    if (!fits) {
       Note("chunk_too_long", size_, head.body_length, true);
       LogStamp("Received wrong data. Echo body length(%d) exceeds max expected(%d).",
                static_cast<int32_t>(head.body_length), static_cast<int32_t>(size_));
       LogInRecord(in_log_, chunks_received_, bytes_received_, read_buffer_.get(), read_fill_);
       return Next::kEnd;
     }
-    if (!os::ReadFileEx(port_, read_buffer_.get() + read_fill_, head.body_length, &read_request_.overlapped,
+    if (!os::ReadFileEx(port_, read_buffer_.get() + read_fill_, body, &read_request_.overlapped,
                         &OnRequestDone)) {
       Note("read_launch", 0, os::GetLastError());
       WinErrStamp(0, "ReadFileEx launch error.");
       return Next::kEnd;
     }
-    read_pending_ = head.body_length;
+    read_pending_ = body;
     return Next::kWait;
   }
   read_fill_ += static_cast<int32_t>(bytes);

@@ -1,4 +1,7 @@
 // Nesting: %w runs a format with its own arguments, %F a render callback, each on a child sink.
+#include <algorithm>
+#include <climits>
+
 #include "format/format_engine.h"
 
 namespace portwren::format_detail {
@@ -31,9 +34,13 @@ typename Engine<Ch>::Sink Engine<Ch>::ChildSink() {
   Sink child;
   child.writer = writer_;
   child.context = context_;
-  if (sink_->buffer != nullptr) {  // what is left of the parent's buffer (room < 1 once it is full)
-    child.buffer = sink_->buffer + static_cast<int32_t>(count_);
-    child.room = static_cast<int32_t>(static_cast<uint32_t>(sink_->room) - count_);
+  // What is left of the parent's buffer (room < 1 once it is full). The parent may have produced
+  // far more than its room (wide fields), so the rest is measured wide and held at the int limit
+  // instead of wrapping to a positive room.
+  if (sink_->buffer != nullptr) {
+    const int64_t left = int64_t{sink_->room} - int64_t{count_};
+    child.buffer = sink_->buffer + (left >= 1 ? count_ : static_cast<uint32_t>(std::max(sink_->room, 0)));
+    child.room = static_cast<int32_t>(std::max<int64_t>(left, INT32_MIN));
   }
   child.level = sink_->level + 1;
   child.base_pos = static_cast<int32_t>(static_cast<uint32_t>(sink_->base_pos) + count_);

@@ -7,6 +7,7 @@
 #include <cctype>
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <thread>
 
 namespace portwren::testkit {
@@ -177,6 +178,16 @@ bool OutputWatch::WaitFor(const std::string& text, int timeout_ms) {
 void KeyPipe::Close() {
   if (write_fd_ >= 0) ::close(write_fd_);
   write_fd_ = -1;
+}
+
+ProcessResult RunPortwrenLineBuffered(const std::vector<std::string>& args, ProcessOptions options) {
+  std::vector<std::string> line_buffered{"-oL", PORTWREN_EXE};
+  line_buffered.insert(line_buffered.end(), args.begin(), args.end());
+  // stdbuf's preload comes ahead of the sanitizer runtime, which refuses that unless told.
+  const char* asan = std::getenv("ASAN_OPTIONS");
+  options.env.emplace_back("ASAN_OPTIONS",
+                           std::string(asan != nullptr ? asan : "") + ":verify_asan_link_order=0");
+  return RunProcess("stdbuf", line_buffered, options);
 }
 
 }  // namespace portwren::testkit

@@ -76,6 +76,10 @@ class OutputWatch {
   size_t searched_from_ = 0;
 };
 
+// Runs the built program with its standard output line-buffered (stdbuf), so that a watch sees each
+// line while a request is still pending; also in the sanitizer builds.
+ProcessResult RunPortwrenLineBuffered(const std::vector<std::string>& args, ProcessOptions options = {});
+
 // Runs the program on one end of a pseudo-terminal pair; the test holds the far end.
 class PtyRunTest : public testing::Test {
  protected:

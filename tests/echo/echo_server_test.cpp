@@ -245,9 +245,11 @@ TEST_F(EchoServerEndToEnd, ReadErrorEndsTheServer) {
   ASSERT_TRUE(pty_.WriteFar("\x01\x02"));
   pty_.CloseFar();
   ASSERT_TRUE(watch_.WaitFor("Echo server stopped.", kLineWaitMs));
-  ExpectInOrder(Finish().out,
-                {kWaiting, " [D] Unexpect: Vcom read got error. WinErr=1167(ERROR_DEVICE_NOT_CONNECTED)\n" +
-                               std::string(kStopped) + KeyPrompt(1)});
+  ExpectInOrder(
+      Finish().out,
+      {kWaiting, " [D] Unexpect: Vcom read got error. WinErr=1167(ERROR_DEVICE_NOT_CONNECTED)\n" +
+                     std::string(kStopped) +
+                     " [T] SetCommTimeouts fail. WinErr=1167(ERROR_DEVICE_NOT_CONNECTED)\n" + KeyPrompt(1)});
 }
 
 // A log that cannot be made skips the server without a prompt; the next key is answered.

@@ -1,6 +1,7 @@
 // Nesting: %w (a format with its own arguments) and %F (a render callback), their child sinks,
 // and the separation of state between parent and child.
 #include <cstdarg>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -93,6 +94,20 @@ TEST(FormatNested, TruncatedInsideTheChildAndItsPiecesReachTheParentsWriter) {
   EXPECT_STREQ("a<>b%", buffer);
 }
 
+// Fields wider than 2^31 characters in total left the room wrapped to a positive count, so a
+// later child wrote far past the buffer (found by the format fuzzer).
+TEST(FormatNested, ChildAfterHugeFieldsGetsNoRoom) {
+  NestedFormat inner;
+  MakeNestedFormat(&inner, "x", nullptr);
+  NestedFormat outer;
+  MakeNestedFormat(&outer, "%01500000000u%01500000000u%w", nullptr);  // the child reads a null record
+  char buffer[8];
+  std::memset(buffer, '#', sizeof buffer);
+  FormatToBuffer(buffer, 2, "%w%w", &outer, &inner);
+  EXPECT_EQ(0, buffer[1]);
+  EXPECT_EQ(std::string(6, '#'), std::string(buffer + 2, 6)) << "nothing past the room";
+}
+
 // What a render function saw of its child sink.
 struct SinkSeen {
   uint32_t level = 99;
@@ -172,7 +187,9 @@ int32_t RenderTwoCalls(void*, FormatSink* sink) {
   const int32_t first = FormatToSink(sink, "%s", "one");
   return first + FormatToSink(sink, "+%s", "two");
 }
-int32_t RenderNegative(void*, FormatSink*) { return -5; }
+int32_t RenderNegative(void*, FormatSink*) {
+  return -5;
+}
 
 TEST(FormatCallback, CountsCallsAndBadRecords) {
   FormatCallback two_calls;  // several calls on the child follow each other
