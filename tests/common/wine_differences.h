@@ -10,18 +10,20 @@
 namespace portwren::wine {
 
 // Synchronisation.
-inline constexpr char kDuplicateWaitAll[] =
-    "a wait-all list naming one handle twice is not refused with 87";
+inline constexpr char kDuplicateWaitAll[] = "a wait-all list naming one handle twice is not refused with 87";
 // Serial ports (COM ports mapped to pseudo-terminals through the prefix's dosdevices links).
 inline constexpr char kReadFirstByteTimeout[] =
     "a read with MAXDWORD/MAXDWORD/C timeouts never completes on an empty line";
-inline constexpr char kReadReturnAtOnce[] = "a read with MAXDWORD/0/0 timeouts blocks instead of returning at once";
+inline constexpr char kReadReturnAtOnce[] =
+    "a read with MAXDWORD/0/0 timeouts blocks instead of returning at once";
 inline constexpr char kExpiredReadFails[] =
     "an expired read timeout fails with 1460 instead of succeeding short";
 inline constexpr char kPurgeAbort[] = "PurgeComm's abort flags do not end pending requests";
 inline constexpr char kSecondOpen[] = "a second open of a port is not refused";
 inline constexpr char kModemStatusOnPty[] = "GetCommModemStatus on a pseudo-terminal fails with 50";
 inline constexpr char kCommStateOnPty[] = "GetCommState on a pseudo-terminal can fail";
+inline constexpr char kNoHangUp[] =
+    "the far end cannot hang up: closing one COM port of the socat pair leaves the line up";
 // Whole features that rest on the above.
 inline constexpr char kEchoAndClearing[] =
     "the echo test and the 0 key clear the line with MAXDWORD/MAXDWORD/C reads, which never complete";

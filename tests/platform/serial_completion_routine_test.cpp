@@ -4,6 +4,7 @@
 #include <cstring>
 #include <thread>
 
+#include "common/wine_differences.h"
 #include "port_fixture.h"
 
 namespace portwren::testing_util {

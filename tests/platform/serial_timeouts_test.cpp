@@ -6,6 +6,7 @@
 #include <cstring>
 #include <ostream>
 
+#include "common/wine_differences.h"
 #include "port_fixture.h"
 
 namespace portwren::testing_util {
