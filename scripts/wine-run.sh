@@ -28,7 +28,7 @@ fi
 
 command -v socat >/dev/null || { echo "wine-run.sh: socat is needed for the serial line" >&2; exit 1; }
 exec 8>"$prefix.serial.lock"
-flock 8
+flock -w 200 8 || { echo "wine-run.sh: the serial line stays taken" >&2; exit 1; }
 near=com240 far=com241
 lines=$(mktemp -d)
 socat_pid=
@@ -44,7 +44,8 @@ trap cleanup EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM HUP
 
-socat "pty,raw,echo=0,link=$lines/near" "pty,raw,echo=0,link=$lines/far" </dev/null 2>"$lines/socat.log" &
+# Neither socat nor Wine (whose services outlive the run) may keep the lock.
+socat "pty,raw,echo=0,link=$lines/near" "pty,raw,echo=0,link=$lines/far" </dev/null 2>"$lines/socat.log" 8>&- &
 socat_pid=$!
 for _ in $(seq 100); do
   [ -e "$lines/near" ] && [ -e "$lines/far" ] && break
@@ -58,5 +59,5 @@ ln -sfn "$(readlink "$lines/near")" "$prefix/dosdevices/$near"
 ln -sfn "$(readlink "$lines/far")" "$prefix/dosdevices/$far"
 export PORTWREN_WINE_PORTS="\\\\.\\${near^^} \\\\.\\${far^^}"
 status=0
-wine "$exe" "$@" || status=$?
+wine "$exe" "$@" 8>&- || status=$?
 exit "$status"

@@ -1,4 +1,4 @@
-// A full disk, as /dev/full gives it.
+// What only a POSIX file system gives: a full disk (/dev/full), names that cannot be converted.
 #include <gtest/gtest.h>
 
 #include "platform/os_file.h"
@@ -17,6 +17,12 @@ TEST(FullDiskTest, WriteToAFullDeviceFailsWithDiskFull) {
   EXPECT_EQ(GetLastError(), kErrDiskFull);
   EXPECT_EQ(done, 0u);
 }
+
+// Windows keeps a lone surrogate in a name; a POSIX file system has no UTF-8 for it.
+TEST(WideNameTest, ALoneSurrogateIsAnInvalidName) {
+  const char16_t broken[] = {u'a', 0xD800, 0};
+  EXPECT_EQ(CreateFileW(broken, kGenericRead, 0, kOpenExisting, 0), kInvalidHandle);
+  EXPECT_EQ(GetLastError(), kErrInvalidName);
 
 }  // namespace
 }  // namespace portwren

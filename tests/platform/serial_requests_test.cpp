@@ -90,6 +90,7 @@ TEST_F(RequestTest, WithoutAnEventThePortHandleIsSignalledAndABadEventIsRefused)
 }
 
 TEST_F(RequestTest, ReadAndWriteOfMoreThanAPseudoTerminalHoldsDoNotWaitForEachOther) {
+  PORTWREN_SKIP_UNDER_WINE(wine::kBulkBothWays);
   // The far end echoes everything back, as the echo server does: a port that handled the
   // write before the read (or the reverse) would stall with both buffers full.
   constexpr size_t kSize = 96 * 1024;
@@ -116,6 +117,7 @@ TEST_F(RequestTest, ReadAndWriteOfMoreThanAPseudoTerminalHoldsDoNotWaitForEachOt
 }
 
 TEST_F(RequestTest, PurgeAbortsPendingRequestsAndClearsTheInput) {
+  PORTWREN_SKIP_UNDER_WINE(wine::kPurgeAbort);
   ASSERT_TRUE(Queue("ab"));
   Io read(10), write;
   ASSERT_FALSE(read.Read(port(), 10));  // takes them and waits for more
@@ -142,6 +144,7 @@ TEST_F(RequestTest, PurgeAbortsPendingRequestsAndClearsTheInput) {
 }
 
 TEST_F(RequestTest, ClearCommErrorCountsQueuedInputAndUnsentOutput) {
+  PORTWREN_SKIP_UNDER_WINE(wine::kOutQueueOnPty);
   ASSERT_TRUE(Queue(std::string(100, 'i')));
   Io write;
   const std::string data(150000, 'o');
@@ -244,6 +247,7 @@ INSTANTIATE_TEST_SUITE_P(Calls, GoneDevice, ::testing::ValuesIn(kGoneCases),
                          [](const auto& param_info) { return std::string(param_info.param.name); });
 
 TEST_F(RequestTest, ClosingThePortAbortsWhatIsPending) {
+  PORTWREN_SKIP_UNDER_WINE(wine::kCloseAbort);
   Io read(4);
   ASSERT_FALSE(read.Read(port(), 4));
   Handle raw = port_.release();

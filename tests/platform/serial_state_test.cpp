@@ -47,6 +47,7 @@ TEST_F(StateTest, EveryFieldIsWrittenByGetCommState) {
 // Changing the line settings leaves what is queued alone. (How each field maps to termios is
 // in termios_map_test.cpp: a pseudo-terminal keeps neither data bits nor parity.)
 TEST_F(StateTest, WhatIsSetIsReadBackAndTheQueuesAreLeftAlone) {
+  PORTWREN_SKIP_UNDER_WINE(wine::kCommStateReadBack);
   ASSERT_TRUE(Queue("queued"));
   const struct {
     Dword baud;
@@ -66,6 +67,7 @@ TEST_F(StateTest, WhatIsSetIsReadBackAndTheQueuesAreLeftAlone) {
 }
 
 TEST_F(StateTest, FlowControlAndTheFieldsTermiosHasNoPlaceForAreKept) {
+  PORTWREN_SKIP_UNDER_WINE(wine::kCommStateReadBack);
   Dcb dcb = Current();
   dcb.BaudRate = 57600;
   dcb.fOutxCtsFlow = 1;
@@ -93,6 +95,7 @@ TEST_F(StateTest, FlowControlAndTheFieldsTermiosHasNoPlaceForAreKept) {
 }
 
 TEST_F(StateTest, InvalidSettingsAreRefusedAndChangeNothing) {
+  PORTWREN_SKIP_UNDER_WINE(wine::kCommStateChecks);
   const Dcb good = Current();
   auto refused = [&](auto change, const char* what) {
     Dcb dcb = good;
@@ -118,6 +121,7 @@ TEST_F(StateTest, InvalidSettingsAreRefusedAndChangeNothing) {
 }
 
 TEST_F(StateTest, SetupCommEnlargesTheInputQueueForTheLimits) {
+  PORTWREN_SKIP_UNDER_WINE(wine::kCommStateChecks);
   Dcb dcb = Current();
   dcb.XonLim = 60000;
   EXPECT_FALSE(SetCommState(port(), &dcb));
