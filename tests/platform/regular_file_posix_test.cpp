@@ -23,6 +23,7 @@ TEST(WideNameTest, ALoneSurrogateIsAnInvalidName) {
   const char16_t broken[] = {u'a', 0xD800, 0};
   EXPECT_EQ(CreateFileW(broken, kGenericRead, 0, kOpenExisting, 0), kInvalidHandle);
   EXPECT_EQ(GetLastError(), kErrInvalidName);
+}
 
 }  // namespace
 }  // namespace portwren

@@ -15,6 +15,7 @@ namespace {
 class RequestTest : public PortTest {};
 
 TEST_F(RequestTest, PendingReadsOfTwoThreadsAreServedInIssueOrder) {
+  PORTWREN_SKIP_UNDER_WINE(wine::kTwoPendingReads);
   Io first(3), second(3);
   IssuingThread a([&] { first.Read(port(), 3); });
   IssuingThread b([&] { second.Read(port(), 3); });
