@@ -1,130 +1,52 @@
-// Console input from a pipe or a file, as a scripted run gives it: real descriptors under the
-// piped-input rules (checked in full on a scripted stream in console_keys_test.cpp).
-#include <fcntl.h>
+// The program's console on piped standard input, as a scripted run gives it: the backend's own
+// reads of its standard input under the piped-input rules (checked in full on a scripted
+// stream in console_keys_test.cpp).
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <chrono>
-#include <cstdio>
 #include <string>
-#include <thread>
-#include <vector>
 
+#include "common/pipe.h"
 #include "platform/os_console.h"
-#include "platform/posix/console_posix.h"
-#include "platform_test_util.h"
 
 namespace portwren::os {
 namespace {
 
-using testing_util::Keys;
-using testing_util::Line;
-using testing_util::Pipe;
-
-TEST(ConsolePipe, BytesAreKeysAndKeyWaitingFollowsThePipe) {
-  Pipe pipe;
-  PosixConsole console(pipe.reader());
-  EXPECT_FALSE(console.IsTerminal());
-  EXPECT_FALSE(console.KeyWaiting()) << "nothing written yet, writer still open";
-  pipe.Write("x\r\n\n\x1b[A");
-  EXPECT_TRUE(console.KeyWaiting());
-  EXPECT_TRUE(console.KeyWaiting()) << "looking does not take the key";
-  EXPECT_EQ(Keys(console, 6), (std::vector<int>{'x', 13, 13, 27, '[', 'A'})) << "no escape sequences here";
-  EXPECT_FALSE(console.KeyWaiting());
-  pipe.CloseWriter();
-  EXPECT_TRUE(console.KeyWaiting()) << "the end of input reads as ESC, so it is waiting";
-  EXPECT_EQ(Keys(console, 2), (std::vector<int>{27, 27}));
-  EXPECT_FALSE(console.InKeyMode());
-}
-
-TEST(ConsolePipe, GetKeyWaitsForALateWriter) {
-  Pipe pipe;
-  PosixConsole console(pipe.reader());
-  std::jthread writer([&pipe] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    pipe.Write("k");
-    pipe.CloseWriter();
-  });
-  EXPECT_EQ(Keys(console, 2), (std::vector<int>{'k', 27}));
-}
-
-TEST(ConsolePipe, LongInputAcrossManyReads) {
-  Pipe pipe;
-  std::string long_line(3000, '7');
-  std::string input = long_line + "\r\n";
-  for (int i = 0; i < 500; ++i) input += static_cast<char>('a' + i % 26);
-  PosixConsole console(pipe.reader());
-  // More than a pipe buffer holds: write from a thread while the console reads.
-  std::jthread writer([&pipe, &input] {
-    for (size_t at = 0; at < input.size(); at += 1000) pipe.Write(input.substr(at, 1000));
-    pipe.CloseWriter();
-  });
-  EXPECT_EQ(Line(console), long_line.substr(0, 99));
-  for (int i = 0; i < 500; ++i) ASSERT_EQ(console.GetKey(), 'a' + i % 26) << "key " << i;
-  EXPECT_EQ(console.GetKey(), 27);
-}
-
-TEST(ConsolePipe, RegularFileAndClosedDescriptorAsInput) {
-  testing_util::TempDir dir;
-  const int fd = open(dir.File("keys").c_str(), O_RDWR | O_CREAT, 0600);
-  ASSERT_GE(fd, 0);
-  ASSERT_EQ(write(fd, "r5\nq", 4), 4);
-  ASSERT_EQ(lseek(fd, 0, SEEK_SET), 0);
-  {
-    PosixConsole console(fd);
-    EXPECT_TRUE(console.KeyWaiting());
-    EXPECT_EQ(console.GetKey(), 'r');
-    EXPECT_EQ(Line(console, 10), "5");
-    EXPECT_EQ(console.GetKey(), 'q');
-    EXPECT_TRUE(console.KeyWaiting());
-    EXPECT_EQ(console.GetKey(), 27);
-  }
-  close(fd);
-
-  PosixConsole closed(fd);
-  EXPECT_TRUE(closed.KeyWaiting());
-  EXPECT_EQ(closed.GetKey(), 27);
-  EXPECT_EQ(Line(closed, 10), "<end>");
-}
-
-// The program's own console on standard input, fed by a pipe (in a child process, so the
-// test runner's standard input is left alone).
 TEST(ConsolePipe, ProgramConsoleOnPipedStandardInput) {
-  // All input is in the pipe and its writer closed before the child starts, so what
-  // KeyWaiting sees does not depend on timing.
-  Pipe input, output;
-  input.Write("ab\r\nl0x12\r\nq");
+  // All input is in the pipe and its writer closed before the console starts, so what
+  // KeyWaiting sees does not depend on timing. The long line and the run of letters take the
+  // console through many reads of the pipe.
+  const std::string long_line(3000, '7');
+  std::string letters;
+  for (int i = 0; i < 500; ++i) letters += static_cast<char>('a' + i % 26);
+  testkit::Pipe input;
+  ASSERT_TRUE(input.ok());
+  ASSERT_TRUE(input.Write("ab\r\nl0x12\r\nql" + long_line + "\r\n" + letters));
   input.CloseWriter();
-  std::fflush(nullptr);
-  const pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    dup2(input.reader(), STDIN_FILENO);
+
+  const std::string result = input.RunOnStandardInput([&] {
     std::string seen;
     for (int i = 0; i < 20 && seen.size() < 200; ++i) {
       const int key = GetKey();
       if (key == 'l') {
-        char line[20];
+        char line[100];
         seen += ReadLine(line, sizeof line) ? "<" + std::string(line) + ">" : "<end>";
+        if (seen.size() > 100) break;  // the long line: letters follow
       } else {
         seen += std::to_string(key) + (KeyWaiting() ? "+ " : " ");
       }
-      if (key == 27) break;
     }
+    std::string got;
+    for (size_t i = 0; i < letters.size(); ++i) got += static_cast<char>(GetKey());
+    seen += got == letters ? " letters" : " letters differ: " + got;
+    for (int i = 0; i < 2; ++i) seen += " " + std::to_string(GetKey()) + (KeyWaiting() ? "+" : "");
+    char line[10] = "x";
+    seen += ReadLine(line, sizeof line) ? " <" + std::string(line) + ">" : " <end>";
     RestoreConsole();  // nothing to restore on a pipe, and no harm
-    output.Write(seen);
-    _exit(0);
-  }
-  output.CloseWriter();
-  std::string seen;
-  char chunk[256];
-  for (ssize_t got; (got = read(output.reader(), chunk, sizeof chunk)) > 0;) seen.append(chunk, got);
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-  // Each key has a successor waiting; at the end ESC is waiting for ever.
-  EXPECT_EQ(seen, "97+ 98+ 13+ <0x12>113+ 27+ ");
+    return seen;
+  });
+  // Each key has a successor waiting; the long line is cut to the buffer; at the end ESC is
+  // waiting for ever and a line read finds nothing.
+  EXPECT_EQ(result, "97+ 98+ 13+ <0x12>113+ <" + long_line.substr(0, 99) + "> letters 27+ 27+ <end>");
 }
 
 }  // namespace

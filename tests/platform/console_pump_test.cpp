@@ -1,7 +1,8 @@
 // Input read ahead on a thread (the Windows path for redirected input), checked here through
-// a POSIX pipe and a bottomless fake: waits, the end, the bound on reading ahead.
+// a system pipe and a bottomless fake: waits, the end, the bound on reading ahead.
+#include "platform/console_pump.h"
+
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -10,22 +11,20 @@
 #include <thread>
 #include <vector>
 
+#include "common/pipe.h"
 #include "platform/console_keys.h"
-#include "platform/console_pump.h"
 #include "platform_test_util.h"
 
 namespace portwren::os {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using testing_util::Pipe;
+using testkit::Pipe;
 constexpr int kNothing = ConsoleStream::kNothing;
 constexpr int kEnd = ConsoleStream::kEnd;
 
 PumpedStream::ReadFunction ReaderOf(const Pipe& pipe) {
-  return [fd = pipe.reader()](unsigned char* buffer, size_t size) {
-    return static_cast<long>(read(fd, buffer, size));
-  };
+  return [&pipe](unsigned char* buffer, size_t size) { return pipe.Read(buffer, size); };
 }
 
 TEST(PumpedStream, PipedKeysLinesAndTheEnd) {

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "common/pipe.h"
 #include "common/pty_pair.h"
 #include "platform/os_console.h"
 #include "platform/os_file.h"
@@ -36,10 +37,18 @@ std::string Describe(int fd) {
          (cloexec ? " cloexec" : "");
 }
 
+// Everything until every writer has closed its end.
+std::string ReadAll(const testkit::Pipe& pipe) {
+  std::string all;
+  unsigned char chunk[256];
+  for (long got; (got = pipe.Read(chunk, sizeof chunk)) > 0;) all.append(chunk, chunk + got);
+  return all;
+}
+
 TEST(Descriptors, ClosedStandardStreamsAreTakenByDevNullAndOpenOnesStay) {
   const std::vector<std::string> before{Describe(0), Describe(1), Describe(2)};
   for (const std::vector<int>& closed : {std::vector<int>{}, {0}, {1}, {2}, {0, 2}, {0, 1, 2}}) {
-    testing_util::Pipe report;
+    testkit::Pipe report;
     std::vector<std::string> expected = before;
     for (const int fd : closed) expected[static_cast<size_t>(fd)] = fd == 0 ? "/dev/null r" : "/dev/null w";
 
@@ -57,7 +66,7 @@ TEST(Descriptors, ClosedStandardStreamsAreTakenByDevNullAndOpenOnesStay) {
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    EXPECT_EQ(report.ReadAll(), "ok|" + expected[0] + "|" + expected[1] + "|" + expected[2])
+    EXPECT_EQ(ReadAll(report), "ok|" + expected[0] + "|" + expected[1] + "|" + expected[2])
         << closed.size() << " closed";
   }
 }

@@ -2,13 +2,12 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -25,12 +24,17 @@ inline bool WaitFor(const std::function<bool()>& condition, int patience_ms = 10
   return true;
 }
 
-// A fresh directory under /tmp, removed with everything in it at the end.
+// A fresh directory in the system's temporary folder, removed with everything in it at the end.
 class TempDir {
  public:
   TempDir() {
-    char pattern[] = "/tmp/portwren-test-XXXXXX";
-    if (mkdtemp(pattern) != nullptr) path_ = pattern;
+    std::error_code ec;
+    const std::filesystem::path base = std::filesystem::temp_directory_path(ec);
+    std::random_device random;
+    for (int attempt = 0; !ec && attempt < 100 && path_.empty(); ++attempt) {
+      const std::filesystem::path candidate = base / ("portwren-test-" + std::to_string(random()));
+      if (std::filesystem::create_directory(candidate, ec)) path_ = candidate.string();
+    }
   }
   ~TempDir() {
     std::error_code ignored;
@@ -41,35 +45,6 @@ class TempDir {
 
  private:
   std::string path_;
-};
-
-// A pipe whose read end is console input.
-class Pipe {
- public:
-  Pipe() { EXPECT_EQ(pipe(fds_), 0); }
-  ~Pipe() {
-    CloseWriter();
-    close(fds_[0]);
-  }
-  int reader() const { return fds_[0]; }
-  void Write(const std::string& bytes) const {
-    ASSERT_EQ(write(fds_[1], bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-  }
-  void CloseWriter() {
-    if (fds_[1] >= 0) close(fds_[1]);
-    fds_[1] = -1;
-  }
-  // Everything until every writer has closed its end.
-  std::string ReadAll() const {
-    std::string all;
-    char chunk[256];
-    for (ssize_t got; (got = read(fds_[0], chunk, sizeof chunk)) > 0;)
-      all.append(chunk, static_cast<size_t>(got));
-    return all;
-  }
-
- private:
-  int fds_[2] = {-1, -1};
 };
 
 // The next count keys of a console or key reader.

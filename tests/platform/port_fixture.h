@@ -1,5 +1,5 @@
-// The port under test is the slave side of a pseudo-terminal, opened as the program opens
-// its port (overlapped, exclusive); the test holds the far end.
+// The port under test is one end of a serial line (common/line_pair.h), opened as the program
+// opens its port (overlapped, exclusive); the test holds the far end.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@
 #include <string_view>
 #include <thread>
 
-#include "common/pty_pair.h"
+#include "common/line_pair.h"
 #include "platform/os_serial.h"
 #include "platform/os_sync.h"
 #include "platform_test_util.h"
@@ -28,7 +28,9 @@ inline long long MsSince(Clock::time_point start) {
 }
 
 // What Io::Finish gives for a request that succeeded or failed with the given bytes.
-inline std::string Ok(std::string_view bytes) { return "ok " + std::string(bytes); }
+inline std::string Ok(std::string_view bytes) {
+  return "ok " + std::string(bytes);
+}
 inline std::string Failed(Dword error, std::string_view bytes = "") {
   return "error " + std::to_string(error) + " " + std::string(bytes);
 }
@@ -96,7 +98,8 @@ struct Io {
 // there: Windows cancels a thread's requests when it ends, so no issuing thread ends early.
 class IssuingThread {
  public:
-  explicit IssuingThread(const std::function<void()>& issue, const std::function<void()>& last = [] {})
+  explicit IssuingThread(
+      const std::function<void()>& issue, const std::function<void()>& last = [] {})
       : thread_([this, issue, last] {
           issue();
           issued_.count_down();
@@ -121,7 +124,7 @@ class IssuingThread {
 class PortTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_TRUE(pty_.ok());
+    ASSERT_TRUE(pty_.ok()) << pty_.error();
     port_.reset(OpenPort());
     ASSERT_TRUE(port_) << "CreateFileA failed: " << GetLastError();
     SetTimeouts(0, 0, 0);  // each test starts from reads that wait for every byte
@@ -129,7 +132,7 @@ class PortTest : public ::testing::Test {
 
   Handle port() const { return port_.get(); }
   Handle OpenPort(Dword access = kGenericRead | kGenericWrite, Dword flags = kFileFlagOverlapped) {
-    return CreateFileA(pty_.slave_path().c_str(), access, 0, kOpenExisting, flags);
+    return CreateFileA(pty_.port_path().c_str(), access, 0, kOpenExisting, flags);
   }
 
   void SetTimeouts(Dword interval, Dword multiplier, Dword constant, Dword write_multiplier = 0,
@@ -156,7 +159,7 @@ class PortTest : public ::testing::Test {
     });
   }
 
-  testkit::PtyPair pty_;
+  testkit::LinePair pty_;  // the line; natively a pseudo-terminal pair
   HandleHolder port_;
 };
 

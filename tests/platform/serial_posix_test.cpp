@@ -1,0 +1,130 @@
+// Serial cases that need POSIX itself: another process, the working directory, termios behind
+// the port's back, the process's CPU time, and the map from system errors to Windows numbers.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <fstream>
+
+#include "platform/os_device_control.h"
+#include "platform/posix/errno_map.h"
+#include "port_fixture.h"
+
+namespace portwren::testing_util {
+namespace {
+
+class PosixPortTest : public PortTest {
+ protected:
+  Dcb Current() {
+    Dcb dcb;
+    EXPECT_TRUE(GetCommState(port(), &dcb)) << GetLastError();
+    return dcb;
+  }
+};
+
+TEST_F(PosixPortTest, ASecondOpenFromAnotherProcessIsRefused) {
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) _exit(OpenPort() == kInvalidHandle && GetLastError() == kErrAccessDenied ? 0 : 1);
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+}
+
+// A file named like a port in the working directory must not be taken for it either.
+TEST_F(PosixPortTest, MissingDevicesAndWindowsDeviceNamesAreNotFound) {
+  TempDir dir;
+  ASSERT_EQ(chdir(dir.path().c_str()), 0);
+  std::ofstream("COM3") << "not the port";
+  for (const char* name :
+       {"/dev/ttyNOSUCH0", "COM3", "com12", "\\\\.\\COM12", "\\\\.\\QDX_Datapipe", "\\\\?\\COM1"}) {
+    SetLastError(0);
+    EXPECT_EQ(CreateFileA(name, kGenericRead | kGenericWrite, 0, kOpenExisting, kFileFlagOverlapped),
+              kInvalidHandle)
+        << name;
+    EXPECT_EQ(GetLastError(), kErrFileNotFound) << name;
+  }
+  ASSERT_EQ(chdir("/"), 0);
+}
+
+TEST_F(PosixPortTest, ControlRequestsAndSerialCallsOnOtherHandlesAreNotUnderstood) {
+  Dword returned = 99;
+  char out[8];
+  EXPECT_FALSE(DeviceIoControl(port(), CtlCode(0x1612, 0xD04, kMethodBuffered, kFileReadAccess), nullptr, 0,
+                               out, sizeof out, &returned, nullptr));
+  EXPECT_EQ(GetLastError(), kErrInvalidFunction);
+  EXPECT_EQ(returned, 0u);
+  EXPECT_FALSE(DeviceIoControl(kInvalidHandle, 0x16127410, nullptr, 0, out, sizeof out, &returned, nullptr));
+  EXPECT_EQ(GetLastError(), kErrInvalidHandle);
+  EXPECT_EQ(CtlCode(0x1612, 0xD04, kMethodBuffered, kFileReadAccess), 0x16127410u);
+
+  HandleHolder file(CreateFileA("/dev/null", kGenericRead | kGenericWrite, 0, kOpenExisting, 0));
+  ASSERT_TRUE(file);
+  Dcb dcb;
+  EXPECT_FALSE(GetCommState(file.get(), &dcb));
+  EXPECT_EQ(GetLastError(), kErrInvalidFunction);
+  EXPECT_FALSE(SetCommMask(kInvalidHandle, kEvRxChar));
+  EXPECT_EQ(GetLastError(), kErrInvalidHandle);
+}
+
+TEST(ErrnoMapTest, SystemErrorsBecomeTheirWindowsNumbers) {
+  const struct {
+    int error_number;
+    Dword windows;
+  } table[] = {{ENOENT, kErrFileNotFound},       {EACCES, kErrAccessDenied}, {EBUSY, kErrAccessDenied},
+               {EWOULDBLOCK, kErrAccessDenied},  {ENOTTY, kErrNotSupported}, {EOPNOTSUPP, kErrNotSupported},
+               {EINVAL, kErrInvalidParameter},   {EIO, kErrGenFailure},      {ENXIO, kErrDeviceNotConnected},
+               {ENODEV, kErrDeviceNotConnected}, {ENOSPC, kErrDiskFull},     {ENOTDIR, kErrPathNotFound}};
+  for (const auto& entry : table) {
+    EXPECT_EQ(posix::WinErrorFromErrno(entry.error_number), entry.windows) << entry.error_number;
+  }
+}
+
+TEST_F(PosixPortTest, AChangeMadeBehindThePortsBackIsShown) {
+  Dcb dcb = Current();
+  dcb.BaudRate = 19200;
+  ASSERT_TRUE(SetCommState(port(), &dcb));
+  const int other = open(pty_.port_path().c_str(), O_RDWR | O_NOCTTY);
+  ASSERT_GE(other, 0);
+  termios settings;
+  ASSERT_EQ(tcgetattr(other, &settings), 0);
+  cfsetspeed(&settings, B4800);
+  settings.c_cflag |= CSTOPB;
+  ASSERT_EQ(tcsetattr(other, TCSANOW, &settings), 0);
+  close(other);
+  const Dcb back = Current();
+  EXPECT_EQ(back.BaudRate, 4800u);
+  EXPECT_EQ(back.StopBits, kTwoStopBits);
+}
+
+long long CpuMs() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1000LL +
+         (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1000;
+}
+
+TEST_F(PosixPortTest, XoffHoldsAWriteWithoutBusyWaitingAndXonReleasesIt) {
+  Dcb dcb;
+  ASSERT_TRUE(GetCommState(port(), &dcb));
+  dcb.fOutX = 1;
+  ASSERT_TRUE(SetCommState(port(), &dcb));
+  ASSERT_TRUE(pty_.WriteFar("\x13"));  // XOFF
+  ASSERT_TRUE(Queue("m"));             // arrives after it: the XOFF has been dealt with
+  Io write;
+  const long long cpu_before = CpuMs();
+  ASSERT_FALSE(write.Write(port(), "held"));  // stopped: it cannot complete
+  EXPECT_FALSE(write.Done(500));
+  EXPECT_LT(CpuMs() - cpu_before, 250);  // waiting, not spinning
+  EXPECT_EQ(pty_.ReadFar(4, 50), "");
+  ASSERT_TRUE(pty_.WriteFar("\x11"));  // XON
+  EXPECT_EQ(write.Finish(port()), Ok("held"));
+  EXPECT_EQ(pty_.ReadFar(4, 2000), "held");
+}
+
+}  // namespace
+}  // namespace portwren::testing_util
