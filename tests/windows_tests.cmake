@@ -21,6 +21,10 @@ set(win_platform_tests platform/sync_test.cpp platform/thread_test.cpp platform/
     platform/serial_requests_test.cpp platform/serial_state_test.cpp platform/serial_timeouts_test.cpp
     common/windows/*.cpp)
 
+# The suites of the serial cases: they need the null-modem line below.
+set(win_serial_suites
+    "CompletionRoutineTest.*:GoneDevice.*:*/GoneDevice.*:OpenTest.*:ReadTimeoutCase.*:*/ReadTimeoutCase.*:ReadTimeoutTest.*:RequestTest.*:StateTest.*:WriteTimeoutTest.*")
+
 foreach(folder format console support echo platform)
   set(sources "")
   foreach(pattern IN LISTS win_${folder}_tests)
@@ -35,10 +39,13 @@ foreach(folder format console support echo platform)
   # Runs alone under Wine: no MinGW runtime DLLs beside it.
   target_link_options(${folder}_tests_win PRIVATE -static -static-libgcc -static-libstdc++)
   add_test(NAME wine.${folder} COMMAND bash ${PROJECT_SOURCE_DIR}/scripts/wine-run.sh
-                                       $<TARGET_FILE:${folder}_tests_win>)
-  set(environment TZ=UTC)
-  if(folder STREQUAL "platform")
-    list(APPEND environment PORTWREN_WINE_SERIAL=1)  # the serial cases' null-modem line
-  endif()
-  set_tests_properties(wine.${folder} PROPERTIES LABELS wine TIMEOUT 300 ENVIRONMENT "${environment}")
+                                       $<TARGET_FILE:${folder}_tests_win> --gtest_filter=-${win_serial_suites})
+  set_tests_properties(wine.${folder} PROPERTIES LABELS wine TIMEOUT 300 ENVIRONMENT TZ=UTC)
 endforeach()
+
+# The serial cases on a socat null-modem line. Wine 8.0's server has crashed under them on a busy
+# machine (an assertion in its fd code, and a hang), so they run apart: `make test-wine-serial`.
+add_test(NAME wine-serial.platform COMMAND bash ${PROJECT_SOURCE_DIR}/scripts/wine-run.sh
+                                           $<TARGET_FILE:platform_tests_win> --gtest_filter=${win_serial_suites})
+set_tests_properties(wine-serial.platform PROPERTIES LABELS wine-serial TIMEOUT 300
+                                                     ENVIRONMENT "TZ=UTC;PORTWREN_WINE_SERIAL=1")
