@@ -8,7 +8,7 @@ NATIVE_EXE := $(ROOT)/build/native/src/portwren
 PACKAGES := cmake ninja-build g++ make libgtest-dev libbenchmark-dev zlib1g-dev \
             g++-mingw-w64-x86-64-posix wine wine64 socat tmux xxd
 
-.PHONY: all deps native windows tsan asan test test-native test-tsan demo bench clean
+.PHONY: all deps native windows tsan asan test test-native test-tsan demo stress bench clean
 
 all: native windows
 
@@ -36,12 +36,16 @@ test-native: native
 
 # Threads and the serial emulation again under ThreadSanitizer.
 test-tsan: tsan
-	ctest --preset tsan -L 'platform|support|port|echo|monitor'
+	ctest --preset tsan -L 'platform|support|port|echo|monitor|stress'
 
 test: test-native test-tsan
 
 demo: native
 	bash scripts/demo.sh $(NATIVE_EXE)
+
+# Ten minutes of echo in urge mode over a socat pair; fails on the first stall.
+stress: native
+	bash scripts/stress.sh $(NATIVE_EXE) 600
 
 bench: native
 	bash scripts/run-benchmarks.sh $(ROOT)/build/native/bench

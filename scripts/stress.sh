@@ -41,19 +41,21 @@ mkfifo "$work/server.keys" "$work/client.keys"
 line_out=()
 command -v stdbuf >/dev/null && line_out=(stdbuf -oL)
 "${line_out[@]}" "$exe" "$work/far" -K 512 --first-key=S <"$work/server.keys" >"$work/server.out" 2>&1 &
-pids+=($!)
+server_pid=$!
+pids+=($server_pid)
 exec 3>"$work/server.keys"
 for _ in $(seq 100); do grep -q "waiting client" "$work/server.out" && break; sleep 0.1; done
 grep -q "waiting client" "$work/server.out" || fail "the server did not start"
 
 "${line_out[@]}" "$exe" "$work/near" -k 512 -K 512 --first-key=C <"$work/client.keys" >"$work/client.out" 2>&1 &
-pids+=($!)
+client_pid=$!
+pids+=($client_pid)
 exec 4>"$work/client.keys"
 
 echo "stress: urge mode, 512-byte chunks, ${seconds} s over socat ($work)"
-last_count=-1
-last_change=$SECONDS
+last_count=0
 start=$SECONDS
+last_change=$((start + 10))  # the first chunks may take a while to come (start-up, port clearing)
 next_note=$((start + 60))
 while [ $((SECONDS - start)) -lt "$seconds" ]; do
   sleep 1
@@ -81,6 +83,9 @@ for _ in $(seq 100); do grep -aq "Echo server stopped" "$work/server.out" && bre
 grep -aq "Echo server stopped" "$work/server.out" || fail "the server did not stop on '0'"
 if grep -aE "Wrong crc32|Unexpect|Error:|Received wrong data|launch error|fail" "$work/server.out"; then fail "the server reported an error"; fi
 exec 3>&- 4>&-  # the end of the keys reads as ESC: both quit
-for pid in "${pids[@]:1}"; do wait "$pid" 2>/dev/null; done
+# Both must end by themselves and cleanly (a sanitizer's report changes the exit code).
+wait "$client_pid"; client_rc=$?
+wait "$server_pid"; server_rc=$?
+[ "$client_rc" = 0 ] && [ "$server_rc" = 0 ] || fail "exit codes: client $client_rc, server $server_rc"
 echo "stress: PASS: $(grep -a 'All echo bytes received' "$work/client.out" | tail -n 1 | sed 's/^.*] //')"
 echo "stress: server: $(grep -a 'Echoed' "$work/server.out" | tail -n 1 | sed 's/^.*] //')"
