@@ -41,7 +41,7 @@ test-tsan: tsan
 test: test-native test-tsan
 
 demo: native
-	bash scripts/demo.sh $(NATIVE_EXE)
+	bash scripts/demo.sh $(NATIVE_EXE) $(ROOT)/build/native/tests/fault_relay
 
 # Ten minutes of echo in urge mode over a socat pair; fails on the first stall.
 stress: native
