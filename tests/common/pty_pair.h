@@ -17,6 +17,8 @@ class PtyPair {
 
   bool ok() const { return master_ >= 0; }
   const std::string& slave_path() const { return slave_path_; }
+  // The far end itself (non-blocking), for helpers that play it on a thread of their own.
+  int far_fd() const { return master_; }
 
   // Sends all bytes to the port (waits up to 5 s for room).
   bool WriteFar(std::string_view bytes);
