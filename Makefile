@@ -72,18 +72,19 @@ test-wine-serial: windows
 
 # Threads and the serial emulation again under ThreadSanitizer.
 test-tsan: tsan
-	ctest --preset tsan -L 'platform|support|port|echo|monitor'
+	ctest --preset tsan -L 'platform|support|port|echo|monitor|stress'
 
 test: check-format test-native test-windows test-tsan test-fuzz test-in-flight
 
-# The long detection campaign: one line fault per trial, in-process and through the relay.
-stress: deps
-	cmake --preset native >/dev/null
-	cmake --build --preset native --target detect_campaign
-	$(ROOT)/build/native/tests/detect_campaign --trials 10000 --e2e 40 --clean-bytes 100000000
 
 demo: native
-	bash scripts/demo.sh $(NATIVE_EXE)
+	bash scripts/demo.sh $(NATIVE_EXE) $(ROOT)/build/native/tests/fault_relay
+
+# The long detection campaign (one line fault per trial, in-process and through the relay), then
+# ten minutes of echo in urge mode over a socat pair, which fails on the first stall.
+stress: native
+	$(ROOT)/build/native/tests/detect_campaign --trials 10000 --e2e 40 --clean-bytes 100000000
+	bash scripts/stress.sh $(NATIVE_EXE) 600
 
 bench: native
 	bash scripts/run-benchmarks.sh $(ROOT)/build/native/bench

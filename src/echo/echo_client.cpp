@@ -57,9 +57,9 @@ bool CreateRunObjects(EchoClientContext& context) {
   context.receive_buffer.reset(NewChunkBuffer(context.buffer_size));
   context.push_quit.reset(os::CreateEventA(true, false));
   context.pull_quit.reset(os::CreateEventA(true, false));
-  if (context.mild) context.lock_step.reset(os::CreateEventA(false, false));
+  context.lock_step.reset(os::CreateEventA(false, false));
   return context.send_buffer && context.receive_buffer && context.push_quit && context.pull_quit &&
-         (!context.mild || context.lock_step);
+         context.lock_step;
 }
 
 // Chunks and bytes received at a moment, for the rate of the next statistics line.

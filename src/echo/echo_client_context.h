@@ -29,7 +29,7 @@ struct EchoClientContext {
 
   EventHolder push_quit;  // console (forced stop) and the pulling thread's end
   EventHolder pull_quit;  // console (forced stop)
-  EventHolder lock_step;  // mild mode: one good chunk came back
+  EventHolder lock_step;  // one good chunk came back: the next may go (mild), or room (urge)
   std::unique_ptr<uint8_t[]> send_buffer;
   std::unique_ptr<uint8_t[]> receive_buffer;
 

@@ -43,6 +43,7 @@ class Pusher {
       if (context_.stop_request.load()) Quit("Pushing thread gets quitting request from user.");
       const uint32_t length = NextEchoChunkLength(context_.min_chunk, context_.max_chunk, previous_draw);
       if (!quitting_) Pace();
+      if (!context_.mild) WaitForRoom(length);
       const uint64_t sent_before = context_.bytes_sent.load();
       if (context_.mild) context_.push_started_us.store(LatencyClockUs());
       const bool written = WriteEchoChunk(context_, length, chunk_id, event.get(), EchoTransferTimeout());
@@ -78,6 +79,19 @@ class Pusher {
     LogStamp("%s", line);
     context_.byte_limit.store(context_.bytes_sent.load());
     quitting_ = true;
+  }
+
+  // Urge mode keeps at most echo-rwbufx x max chunk bytes on the line unanswered, as a driver's
+  // queues would: a far end that stops reading while its echo is stuck (socat forwards both ways
+  // from one thread with blocking writes) must not wedge the run.
+  void WaitForRoom(uint32_t length) {
+    const uint64_t cap =
+        std::max<uint64_t>(static_cast<uint64_t>(g_echo_rwbufx) * context_.max_chunk, length);
+    const os::Handle wake[2] = {context_.lock_step.get(), context_.push_quit.get()};
+    while (context_.bytes_sent.load() + length - context_.bytes_received.load() > cap) {
+      if (os::WaitForMultipleObjects(2, wake, false, kSleepSliceMs) == os::kWaitObject0 + 1) return;
+      if (context_.stop_request.load()) return;
+    }
   }
 
   void Pace() {
@@ -136,7 +150,7 @@ uint32_t Pull(EchoClientContext& context) {
                static_cast<unsigned long long>(chunks), static_cast<unsigned long long>(bytes));
       return kWorkerEndedWell;
     }
-    if (context.lock_step) os::SetEvent(context.lock_step.get());
+    os::SetEvent(context.lock_step.get());
     if (ReadDelayStopped(context)) {
       LogStamp("Pulling thread sees quitting request from user.");
       return kWorkerEndedWell;

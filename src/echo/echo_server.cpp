@@ -23,6 +23,7 @@ namespace {
 
 constexpr os::Dword kSleepMs = 500;
 constexpr os::Dword kReportPeriodMs = 2000;
+constexpr os::Dword kKeyPollMs = 20;
 
 class EchoServer;
 
@@ -86,6 +87,7 @@ class EchoServer {
   uint64_t chunks_echoed_ = 0;
   uint64_t bytes_echoed_ = 0;
 
+  os::Dword key_tick_ = 0;
   bool timing_ = false;
   os::Dword report_tick_ = 0;
   uint64_t report_bytes_ = 0;
@@ -134,8 +136,13 @@ bool EchoServer::Start() {
 
 bool EchoServer::Run(EchoStopPoll stop) {
   for (;;) {
-    os::SleepEx(kSleepMs, true);
-    if (!quitting_ && stop != nullptr && stop()) {
+    const bool idle = os::SleepEx(kSleepMs, true) != os::kWaitIoCompletion;
+    // While chunks stream the sleep ends after every batch of routines; the keyboard is asked
+    // every few milliseconds only, which a person cannot tell apart from every pass.
+    const os::Dword now = os::GetTickCount();
+    const bool ask = idle || now - key_tick_ >= kKeyPollMs;
+    if (ask) key_tick_ = now;
+    if (ask && !quitting_ && stop != nullptr && stop()) {
       LogStamp("Now quitting echo server...");
       quitting_ = true;
       os::CancelIo(port_);
