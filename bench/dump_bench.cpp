@@ -150,11 +150,15 @@ void RunXxd(benchmark::State& state, const std::filesystem::path& file, int64_t 
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * bytes);
 }
 
-void BM_Xxd_Once(benchmark::State& state) { RunXxd(state, Files().once, kBytes); }
+void BM_Xxd_Once(benchmark::State& state) {
+  RunXxd(state, Files().once, kBytes);
+}
 void BM_Xxd_Repeated(benchmark::State& state) {
   RunXxd(state, Files().repeated, static_cast<int64_t>(kBytes) * kXxdRepeats);
 }
-void BM_Xxd_Empty(benchmark::State& state) { RunXxd(state, Files().empty, 0); }
+void BM_Xxd_Empty(benchmark::State& state) {
+  RunXxd(state, Files().empty, 0);
+}
 
 // Machines are shared: each case runs several times and the fastest run counts.
 BENCHMARK(BM_Dump_Buffer)->Repetitions(3);
@@ -209,12 +213,14 @@ int main(int argc, char** argv) {
   if (buffer > 0) std::printf("dump into buffer:            %8.1f MB/s\n", mb / buffer);
   if (growing > 0) std::printf("dump streamed, growing buf:  %8.1f MB/s\n", mb / growing);
   if (dev_null > 0) std::printf("dump streamed, /dev/null:    %8.1f MB/s\n", mb / dev_null);
-  if (xxd_once > 0) std::printf("xxd, one 16000-byte run:     %8.1f MB/s (start-up included)\n", mb / xxd_once);
+  if (xxd_once > 0)
+    std::printf("xxd, one 16000-byte run:     %8.1f MB/s (start-up included)\n", mb / xxd_once);
   if (xxd_rate > 0) {
     std::printf("xxd, start-up excluded:      %8.1f MB/s\n", xxd_rate);
     const double slowest = std::max(buffer, std::max(growing, dev_null));
     if (buffer > 0) std::printf("dump/xxd ratio (buffer): %.1fx\n", mb / buffer / xxd_rate);
-    if (growing > 0) std::printf("dump/xxd ratio (streaming, growing buffer): %.1fx\n", mb / growing / xxd_rate);
+    if (growing > 0)
+      std::printf("dump/xxd ratio (streaming, growing buffer): %.1fx\n", mb / growing / xxd_rate);
     if (dev_null > 0) std::printf("dump/xxd ratio (streaming, /dev/null): %.1fx\n", mb / dev_null / xxd_rate);
     if (slowest > 0) std::printf("dump/xxd ratio: %.1fx (goal >= 3x)\n", mb / slowest / xxd_rate);
   }

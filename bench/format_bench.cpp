@@ -72,7 +72,8 @@ void PairedTimes(LineFunction ours, LineFunction theirs, double* ours_ns, double
         benchmark::DoNotOptimize(line);
         in.Next();
       }
-      const double ns = std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - start).count();
+      const double ns =
+          std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - start).count();
       double* best = side == 0 ? ours_ns : theirs_ns;
       if (ns / kBatch < *best) *best = ns / kBatch;
     }

@@ -10,8 +10,8 @@
 #include <limits>
 #include <memory>
 
-#include "support/run_settings.h"
 #include "format/format.h"
+#include "support/run_settings.h"
 
 namespace portwren {
 
@@ -156,7 +156,8 @@ constexpr OptionAction kOptionActions[] = {
      }},
     {kOptEchoSrand,
      [](const char* v, int32_t n, ParseState&) {
-       g_echo_srand = std::strcmp(v, "time") == 0 ? static_cast<uint32_t>(std::time(nullptr)) : static_cast<uint32_t>(n);
+       g_echo_srand =
+           std::strcmp(v, "time") == 0 ? static_cast<uint32_t>(std::time(nullptr)) : static_cast<uint32_t>(n);
      }},
     {kOptEchoTimeoutLimit, [](const char*, int32_t n, ParseState&) { g_echo_timeout_limit = AtLeast(n, 0); }},
     {kOptEchocliReadNibble,

@@ -8,13 +8,13 @@
 #include "console/key_source.h"
 #include "console/monitor_keys.h"
 #include "driver/device_state.h"
-#include "support/run_settings.h"
 #include "format/console_log.h"
 #include "platform/os_console.h"
 #include "platform/os_file.h"
 #include "port/comm_state_report.h"
 #include "port/port_config.h"
 #include "port/timed_io.h"
+#include "support/run_settings.h"
 
 namespace portwren {
 
@@ -140,26 +140,11 @@ After EchoClient(MainLine& line) {
 }
 
 constexpr KeyBinding kKeyTable[] = {
-    {os::kKeyEsc, &Quit},
-    {'X', &QuitAndReopen},
-    {'?', &Help},
-    {'r', &ReadPreset},
-    {'R', &ReadCustom},
-    {'w', &WritePreset},
-    {'W', &WriteCustom},
-    {'i', &ReportState},
-    {'P', &PurgeWithAbort},
-    {'p', &PurgeClearOnly},
-    {'F', &CtsFlowOn},
-    {'f', &CtsFlowOff},
-    {'C', &EchoClient<false>},
-    {'c', &EchoClient<true>},
-    {'0', &ClearPort},
-    {'q', &BufferCounts},
-    {'E', &MonitorStart},
-    {'$', &MonitorStartAsking},
-    {'e', &MonitorStop},
-    {'#', &ReaderToggle},
+    {os::kKeyEsc, &Quit},      {'X', &QuitAndReopen},      {'?', &Help},        {'r', &ReadPreset},
+    {'R', &ReadCustom},        {'w', &WritePreset},        {'W', &WriteCustom}, {'i', &ReportState},
+    {'P', &PurgeWithAbort},    {'p', &PurgeClearOnly},     {'F', &CtsFlowOn},   {'f', &CtsFlowOff},
+    {'C', &EchoClient<false>}, {'c', &EchoClient<true>},   {'0', &ClearPort},   {'q', &BufferCounts},
+    {'E', &MonitorStart},      {'$', &MonitorStartAsking}, {'e', &MonitorStop}, {'#', &ReaderToggle},
     {'S', &EchoServer},
 };
 
@@ -208,7 +193,8 @@ void RunKeyLoop(MainLine& line) {
     if (after == After::kQuit) break;
     if (after == After::kNextPass) continue;
     ++line.prompt_count;
-    std::printf("\n{%d}Again? 'R/r' read, 'W/r' write. More: 0,X,i,P,p,F,f,E,e,C,c,S,#,?\n", line.prompt_count);
+    std::printf("\n{%d}Again? 'R/r' read, 'W/r' write. More: 0,X,i,P,p,F,f,E,e,C,c,S,#,?\n",
+                line.prompt_count);
   }
   if (g_pause_before_quit) {
     std::printf("\n====== PROGRAM DONE. PRESS A KEY TO QUIT ======\n");

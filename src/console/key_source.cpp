@@ -2,8 +2,8 @@
 
 #include <cstdio>
 
-#include "support/run_settings.h"
 #include "platform/os_console.h"
+#include "support/run_settings.h"
 
 namespace portwren {
 

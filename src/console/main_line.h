@@ -12,8 +12,8 @@ struct MainLine {
   os::Handle port = os::kInvalidHandle;
   int prompt_count = 0;
   LogFileWriter read_log;
-  LogFileWriter echo_log_out;  // "out" records of the echo test
-  LogFileWriter echo_log_in;   // "in" records of the echo test
+  LogFileWriter echo_log_out;           // "out" records of the echo test
+  LogFileWriter echo_log_in;            // "in" records of the echo test
   CommEventMonitor* monitor = nullptr;  // the comm-event monitor, while one is running
   bool reader_running = false;
 };

@@ -3,13 +3,13 @@
 #include <cinttypes>
 #include <cstdio>
 
-#include "support/run_settings.h"
 #include "console/usage.h"
 #include "format/console_log.h"
 #include "platform/os_file.h"
 #include "platform/os_serial.h"
 #include "port/port_config.h"
 #include "port/timed_io.h"
+#include "support/run_settings.h"
 
 namespace portwren {
 

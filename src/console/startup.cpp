@@ -28,7 +28,7 @@ int RunProgram(int argc, char** argv) {
   std::printf("Portwren version %s, compiled on %s %s\n", PORTWREN_VERSION_STRING, __DATE__, __TIME__);
   PrintKernelVersion();
   if (!CheckRequestDefinitions()) return 2;
-  BuildCrc32Table();  // echo chunks
+  BuildCrc32Table();                  // echo chunks
   SetFormatLineEnd(1);                // CR LF between dump rows, as on the console
   RegisterThread(ThreadRole::kMain);  // main-thread mark
 

@@ -1,8 +1,8 @@
 #include "echo/echo_records.h"
 
-#include "support/run_settings.h"
 #include "echo/chunk_format.h"
 #include "platform/os_core.h"
+#include "support/run_settings.h"
 
 namespace portwren {
 

@@ -24,7 +24,9 @@ class LockGuard {
 
 }  // namespace
 
-LogFileWriter::~LogFileWriter() { FlushAndClose(); }
+LogFileWriter::~LogFileWriter() {
+  FlushAndClose();
+}
 
 bool LogFileWriter::Open(const char* file_name, bool append, uint32_t capacity) {
   Close();
@@ -142,7 +144,9 @@ bool LogFileWriter::Print(const char* format, ...) {
   return ok;
 }
 
-uint32_t LogFileWriter::Error() const { return error_.load(); }
+uint32_t LogFileWriter::Error() const {
+  return error_.load();
+}
 
 uint64_t LogFileWriter::Writes() const {
   if (!IsOpen()) return writes_;

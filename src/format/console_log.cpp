@@ -9,8 +9,12 @@ namespace portwren {
 
 namespace {
 
-uint32_t SystemTick() { return os::GetTickCount(); }
-void SystemSleep(uint32_t ms) { os::Sleep(ms); }
+uint32_t SystemTick() {
+  return os::GetTickCount();
+}
+void SystemSleep(uint32_t ms) {
+  os::Sleep(ms);
+}
 
 constexpr LogClock kSystemClock{&SystemTick, &SystemSleep};
 std::atomic<const LogClock*> g_clock{&kSystemClock};
@@ -26,7 +30,9 @@ void TakeStartTick() {
 }
 
 // One printf call per line keeps lines of different threads whole.
-void PrintLine(const char* line) { std::printf("%s\n", line); }
+void PrintLine(const char* line) {
+  std::printf("%s\n", line);
+}
 
 void StampV(bool with_ms, const char* format, va_list args) {
   TakeStartTick();
@@ -50,17 +56,27 @@ void WinErrV(LineForm form, uint32_t code, const char* format, va_list args) {
   NestedFormat nested;
   MakeNestedFormat(&nested, format, &copy);
   switch (form) {
-    case LineForm::kPlain: LogPrint("%w WinErr=%u(%s)", &nested, code, WinErrName(code)); break;
-    case LineForm::kTick: LogTickNow("%w WinErr=%u(%s)", &nested, code, WinErrName(code)); break;
-    case LineForm::kStamp: LogStamp("%w WinErr=%u(%s)", &nested, code, WinErrName(code)); break;
-    case LineForm::kStampMs: LogStampMs("%w WinErr=%u(%s)", &nested, code, WinErrName(code)); break;
+    case LineForm::kPlain:
+      LogPrint("%w WinErr=%u(%s)", &nested, code, WinErrName(code));
+      break;
+    case LineForm::kTick:
+      LogTickNow("%w WinErr=%u(%s)", &nested, code, WinErrName(code));
+      break;
+    case LineForm::kStamp:
+      LogStamp("%w WinErr=%u(%s)", &nested, code, WinErrName(code));
+      break;
+    case LineForm::kStampMs:
+      LogStampMs("%w WinErr=%u(%s)", &nested, code, WinErrName(code));
+      break;
   }
   va_end(copy);
 }
 
 }  // namespace
 
-void SetLogClock(const LogClock* clock) { g_clock.store(clock != nullptr ? clock : &kSystemClock); }
+void SetLogClock(const LogClock* clock) {
+  g_clock.store(clock != nullptr ? clock : &kSystemClock);
+}
 
 void LogPrint(const char* format, ...) {
   va_list args;
@@ -133,26 +149,34 @@ int32_t StampToBuffer(bool with_ms, char* buffer, int32_t capacity, const char* 
   va_start(args, format);
   NestedFormat nested;
   FormatCallback stamp;
-  const int32_t count = FormatToBuffer(buffer, capacity, "[%F] %w",
-                                       MakeFormatCallback(&stamp, &RenderLocalNow, with_ms ? &stamp : nullptr),
-                                       MakeNestedFormat(&nested, format, &args));
+  const int32_t count = FormatToBuffer(
+      buffer, capacity, "[%F] %w", MakeFormatCallback(&stamp, &RenderLocalNow, with_ms ? &stamp : nullptr),
+      MakeNestedFormat(&nested, format, &args));
   va_end(args);
   return count;
 }
 
 // The last error is read before anything else runs, so formatting cannot change it.
-#define PW_WINERR_BODY(form)                   \
-  if (ok != 0) return;                         \
-  const uint32_t code = os::GetLastError();    \
-  va_list args;                                \
-  va_start(args, format);                      \
-  WinErrV(form, code, format, args);           \
+#define PW_WINERR_BODY(form)                \
+  if (ok != 0) return;                      \
+  const uint32_t code = os::GetLastError(); \
+  va_list args;                             \
+  va_start(args, format);                   \
+  WinErrV(form, code, format, args);        \
   va_end(args)
 
-void WinErrPrint(int ok, const char* format, ...) { PW_WINERR_BODY(LineForm::kPlain); }
-void WinErrTick(int ok, const char* format, ...) { PW_WINERR_BODY(LineForm::kTick); }
-void WinErrStamp(int ok, const char* format, ...) { PW_WINERR_BODY(LineForm::kStamp); }
-void WinErrStampMs(int ok, const char* format, ...) { PW_WINERR_BODY(LineForm::kStampMs); }
+void WinErrPrint(int ok, const char* format, ...) {
+  PW_WINERR_BODY(LineForm::kPlain);
+}
+void WinErrTick(int ok, const char* format, ...) {
+  PW_WINERR_BODY(LineForm::kTick);
+}
+void WinErrStamp(int ok, const char* format, ...) {
+  PW_WINERR_BODY(LineForm::kStamp);
+}
+void WinErrStampMs(int ok, const char* format, ...) {
+  PW_WINERR_BODY(LineForm::kStampMs);
+}
 
 #undef PW_WINERR_BODY
 

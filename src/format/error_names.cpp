@@ -12,7 +12,8 @@ struct CodeName {
   const char16_t* wide_name;
 };
 
-#define PW_ROW(code, name) {code, name, u"" name}
+#define PW_ROW(code, name) \
+  { code, name, u"" name }
 
 // Searched in this order; the order is part of the output contract.
 constexpr CodeName kErrorNames[] = {
@@ -40,12 +41,9 @@ constexpr CodeName kErrorNames[] = {
 };
 
 constexpr CodeName kProblemNames[] = {
-    PW_ROW(1, "CM_PROB_NOT_CONFIGURED"),
-    PW_ROW(10, "CM_PROB_FAILED_START"),
-    PW_ROW(18, "CM_PROB_REINSTALL"),
-    PW_ROW(22, "CM_PROB_DISABLED"),
-    PW_ROW(47, "CM_PROB_HELD_FOR_EJECT"),
-    PW_ROW(52, "CM_PROB_UNSIGNED_DRIVER"),
+    PW_ROW(1, "CM_PROB_NOT_CONFIGURED"),  PW_ROW(10, "CM_PROB_FAILED_START"),
+    PW_ROW(18, "CM_PROB_REINSTALL"),      PW_ROW(22, "CM_PROB_DISABLED"),
+    PW_ROW(47, "CM_PROB_HELD_FOR_EJECT"), PW_ROW(52, "CM_PROB_UNSIGNED_DRIVER"),
 };
 
 #undef PW_ROW

@@ -16,14 +16,14 @@ template <class Ch>
 struct BasicFormatTraceRecord {
   const Ch* directive = nullptr;  // the directive's text (or the literal run) in the format
   int32_t directive_length = 0;
-  int32_t format_offset = 0;      // where it starts in the format
+  int32_t format_offset = 0;  // where it starts in the format
   bool width_given = false;
   int32_t width = 0;
   bool precision_given = false;
   int32_t precision = 0;
-  uint32_t level = 1;             // 1 for a top-level format, 2 for one nested in it, ...
-  int32_t base_pos = 0;           // characters produced by the enclosing formats
-  int32_t count = 0;              // characters produced by this format before the piece
+  uint32_t level = 1;    // 1 for a top-level format, 2 for one nested in it, ...
+  int32_t base_pos = 0;  // characters produced by the enclosing formats
+  int32_t count = 0;     // characters produced by this format before the piece
 };
 
 // The output of one engine call: a fixed buffer, a streaming piece writer, or both.
@@ -33,11 +33,11 @@ struct BasicFormatSink {
                                const BasicFormatTraceRecord<Ch>* trace);
   PieceWriter writer = nullptr;
   void* context = nullptr;
-  Ch* buffer = nullptr;   // next free character, or null
-  int32_t room = 0;       // characters the buffer can still take, terminator included
-  uint32_t level = 0;     // nesting level: 0 at top, parent + 1 in a child sink
-  int32_t base_pos = 0;   // characters produced by the enclosing calls
-  bool quiet = false;     // nothing formatted into this sink is traced
+  Ch* buffer = nullptr;  // next free character, or null
+  int32_t room = 0;      // characters the buffer can still take, terminator included
+  uint32_t level = 0;    // nesting level: 0 at top, parent + 1 in a child sink
+  int32_t base_pos = 0;  // characters produced by the enclosing calls
+  bool quiet = false;    // nothing formatted into this sink is traced
 };
 
 using FormatTraceRecord = BasicFormatTraceRecord<char>;

@@ -177,74 +177,74 @@ void SetFormatLineEnd(int mode) {
 }
 
 // The same set of entries for both character types.
-#define PW_FORMAT_ENTRIES(Ch, print_piece)                                                       \
-  int32_t FormatCore(BasicFormatSink<Ch>* sink, const Ch* format, va_list args) {                \
-    return CoreV(sink, format, args);                                                            \
-  }                                                                                              \
-  int32_t FormatToSink(BasicFormatSink<Ch>* sink, const Ch* format, ...) {                        \
-    va_list args;                                                                                \
-    va_start(args, format);                                                                      \
-    const int32_t count = CoreV(sink, format, args);                                             \
-    va_end(args);                                                                                \
-    return count;                                                                                \
-  }                                                                                              \
-  int32_t FormatToBufferV(Ch* buffer, int32_t capacity, const Ch* format, va_list args) {        \
-    return ToBufferV(buffer, capacity, false, format, args);                                     \
-  }                                                                                              \
-  int32_t FormatToBuffer(Ch* buffer, int32_t capacity, const Ch* format, ...) {                  \
-    va_list args;                                                                                \
-    va_start(args, format);                                                                      \
-    const int32_t count = ToBufferP(buffer, capacity, false, format, &args);                     \
-    va_end(args);                                                                                \
-    return count;                                                                                \
-  }                                                                                              \
-  int32_t FormatQuiet(Ch* buffer, int32_t capacity, const Ch* format, ...) {                     \
-    va_list args;                                                                                \
-    va_start(args, format);                                                                      \
-    const int32_t count = ToBufferP(buffer, capacity, true, format, &args);                      \
-    va_end(args);                                                                                \
-    return count;                                                                                \
-  }                                                                                              \
-  int32_t FormatAllocV(Ch** out, const Ch* format, va_list args) {                               \
-    return AllocMaxV(out, 0, false, format, args);                                               \
-  }                                                                                              \
-  int32_t FormatAlloc(Ch** out, const Ch* format, ...) {                                         \
-    va_list args;                                                                                \
-    va_start(args, format);                                                                      \
-    const int32_t count = AllocMaxV(out, 0, false, format, args);                                \
-    va_end(args);                                                                                \
-    return count;                                                                                \
-  }                                                                                              \
-  int32_t FormatAllocMaxV(Ch** out, int32_t maximum, const Ch* format, va_list args) {           \
-    return AllocMaxV(out, maximum, true, format, args);                                          \
-  }                                                                                              \
-  int32_t FormatAllocMax(Ch** out, int32_t maximum, const Ch* format, ...) {                     \
-    va_list args;                                                                                \
-    va_start(args, format);                                                                      \
-    const int32_t count = AllocMaxV(out, maximum, true, format, args);                           \
-    va_end(args);                                                                                \
-    return count;                                                                                \
-  }                                                                                              \
-  int32_t FormatAdvance(Ch** cursor, int32_t* room, const Ch* format, ...) {                     \
-    va_list args;                                                                                \
-    va_start(args, format);                                                                      \
-    const int32_t count = AdvanceP(cursor, room, format, &args);                                 \
-    va_end(args);                                                                                \
-    return count;                                                                                \
-  }                                                                                              \
-  int32_t FormatAppend(Ch* buffer, int32_t capacity, const Ch* format, ...) {                    \
-    va_list args;                                                                                \
-    va_start(args, format);                                                                      \
-    const int32_t count = AppendTo(buffer, capacity, format, &args);                             \
-    va_end(args);                                                                                \
-    return count;                                                                                \
-  }                                                                                              \
-  int32_t FormatPrint(const Ch* format, ...) {                                                   \
-    va_list args;                                                                                \
-    va_start(args, format);                                                                      \
-    const int32_t count = PrintP<Ch>(&print_piece, format, &args);                               \
-    va_end(args);                                                                                \
-    return count;                                                                                \
+#define PW_FORMAT_ENTRIES(Ch, print_piece)                                                \
+  int32_t FormatCore(BasicFormatSink<Ch>* sink, const Ch* format, va_list args) {         \
+    return CoreV(sink, format, args);                                                     \
+  }                                                                                       \
+  int32_t FormatToSink(BasicFormatSink<Ch>* sink, const Ch* format, ...) {                \
+    va_list args;                                                                         \
+    va_start(args, format);                                                               \
+    const int32_t count = CoreV(sink, format, args);                                      \
+    va_end(args);                                                                         \
+    return count;                                                                         \
+  }                                                                                       \
+  int32_t FormatToBufferV(Ch* buffer, int32_t capacity, const Ch* format, va_list args) { \
+    return ToBufferV(buffer, capacity, false, format, args);                              \
+  }                                                                                       \
+  int32_t FormatToBuffer(Ch* buffer, int32_t capacity, const Ch* format, ...) {           \
+    va_list args;                                                                         \
+    va_start(args, format);                                                               \
+    const int32_t count = ToBufferP(buffer, capacity, false, format, &args);              \
+    va_end(args);                                                                         \
+    return count;                                                                         \
+  }                                                                                       \
+  int32_t FormatQuiet(Ch* buffer, int32_t capacity, const Ch* format, ...) {              \
+    va_list args;                                                                         \
+    va_start(args, format);                                                               \
+    const int32_t count = ToBufferP(buffer, capacity, true, format, &args);               \
+    va_end(args);                                                                         \
+    return count;                                                                         \
+  }                                                                                       \
+  int32_t FormatAllocV(Ch** out, const Ch* format, va_list args) {                        \
+    return AllocMaxV(out, 0, false, format, args);                                        \
+  }                                                                                       \
+  int32_t FormatAlloc(Ch** out, const Ch* format, ...) {                                  \
+    va_list args;                                                                         \
+    va_start(args, format);                                                               \
+    const int32_t count = AllocMaxV(out, 0, false, format, args);                         \
+    va_end(args);                                                                         \
+    return count;                                                                         \
+  }                                                                                       \
+  int32_t FormatAllocMaxV(Ch** out, int32_t maximum, const Ch* format, va_list args) {    \
+    return AllocMaxV(out, maximum, true, format, args);                                   \
+  }                                                                                       \
+  int32_t FormatAllocMax(Ch** out, int32_t maximum, const Ch* format, ...) {              \
+    va_list args;                                                                         \
+    va_start(args, format);                                                               \
+    const int32_t count = AllocMaxV(out, maximum, true, format, args);                    \
+    va_end(args);                                                                         \
+    return count;                                                                         \
+  }                                                                                       \
+  int32_t FormatAdvance(Ch** cursor, int32_t* room, const Ch* format, ...) {              \
+    va_list args;                                                                         \
+    va_start(args, format);                                                               \
+    const int32_t count = AdvanceP(cursor, room, format, &args);                          \
+    va_end(args);                                                                         \
+    return count;                                                                         \
+  }                                                                                       \
+  int32_t FormatAppend(Ch* buffer, int32_t capacity, const Ch* format, ...) {             \
+    va_list args;                                                                         \
+    va_start(args, format);                                                               \
+    const int32_t count = AppendTo(buffer, capacity, format, &args);                      \
+    va_end(args);                                                                         \
+    return count;                                                                         \
+  }                                                                                       \
+  int32_t FormatPrint(const Ch* format, ...) {                                            \
+    va_list args;                                                                         \
+    va_start(args, format);                                                               \
+    const int32_t count = PrintP<Ch>(&print_piece, format, &args);                        \
+    va_end(args);                                                                         \
+    return count;                                                                         \
   }
 
 PW_FORMAT_ENTRIES(char, PrintPiece)

@@ -30,13 +30,14 @@ constexpr Ch kOneBlank[2] = {Ch(' '), 0};
 // Characters that may follow "%" before the conversion: flags, width, precision, length.
 constexpr auto kBeforeConversion = [] {
   std::array<bool, 128> table{};
-  for (const char c : {'-', '0', '+', ' ', '#', '\'', '*', '.', 'l', 'h'}) table[static_cast<unsigned char>(c)] = true;
+  for (const char c : {'-', '0', '+', ' ', '#', '\'', '*', '.', 'l', 'h'})
+    table[static_cast<unsigned char>(c)] = true;
   for (char c = '1'; c <= '9'; ++c) table[static_cast<unsigned char>(c)] = true;
   return table;
 }();
 
-constexpr uint32_t kPowersOfTen[] = {10u, 100u, 1000u, 10000u, 100000u, 1000000u, 10000000u, 100000000u,
-                                     1000000000u};
+constexpr uint32_t kPowersOfTen[] = {10u,      100u,      1000u,      10000u,     100000u,
+                                     1000000u, 10000000u, 100000000u, 1000000000u};
 
 int32_t DecimalCount(uint32_t value) {
   int32_t n = 1;
@@ -285,7 +286,13 @@ const Ch* Engine<Ch>::Directive(const Ch* start) {
   spec_ = spec;
 
   switch (conversion) {
-    case Ch('d'): case Ch('u'): case Ch('x'): case Ch('X'): case Ch('o'): case Ch('D'): case Ch('U'):
+    case Ch('d'):
+    case Ch('u'):
+    case Ch('x'):
+    case Ch('X'):
+    case Ch('o'):
+    case Ch('D'):
+    case Ch('U'):
       Integer(conversion);
       break;
     case Ch('s'):
@@ -299,10 +306,15 @@ const Ch* Engine<Ch>::Directive(const Ch* start) {
     case Ch('%'):
       Put(p - 1, 1);
       break;
-    case Ch('p'): case Ch('P'):
+    case Ch('p'):
+    case Ch('P'):
       Pointer(conversion);
       break;
-    case Ch('e'): case Ch('E'): case Ch('f'): case Ch('g'): case Ch('G'):
+    case Ch('e'):
+    case Ch('E'):
+    case Ch('f'):
+    case Ch('g'):
+    case Ch('G'):
       Float(conversion);
       break;
     case Ch('w'):
@@ -329,10 +341,15 @@ const Ch* Engine<Ch>::Directive(const Ch* start) {
     case Ch('_'):
       group_ = ArgInt();
       break;
-    case Ch('k'): case Ch('K'): case Ch('R'): case Ch('r'): case Ch('v'):
+    case Ch('k'):
+    case Ch('K'):
+    case Ch('R'):
+    case Ch('r'):
+    case Ch('v'):
       SetDumpState(conversion);
       break;
-    case Ch('m'): case Ch('M'):
+    case Ch('m'):
+    case Ch('M'):
       Dump(conversion == Ch('M'));
       break;
     default:  // unknown (or missing) conversion: the directive stands as written

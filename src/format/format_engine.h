@@ -11,11 +11,11 @@
 
 namespace portwren::format_detail {
 
-inline constexpr int32_t kWorkChars = 128;      // number and float text area
-inline constexpr int32_t kMaxDigits = 80;       // digits kept of one integer (precision included)
-inline constexpr int32_t kFillChunk = 100;      // padding goes out in pieces of at most this
+inline constexpr int32_t kWorkChars = 128;  // number and float text area
+inline constexpr int32_t kMaxDigits = 80;   // digits kept of one integer (precision included)
+inline constexpr int32_t kFillChunk = 100;  // padding goes out in pieces of at most this
 inline constexpr int32_t kTraceLineChars = 200;
-inline constexpr int32_t kAddressChars = 40;    // one dump address, terminator included
+inline constexpr int32_t kAddressChars = 40;  // one dump address, terminator included
 inline constexpr int32_t kBetweenMax = 8;
 inline constexpr int32_t kBeforeAfterMax = 4;
 inline constexpr int32_t kMaxRowBytes = 256;
@@ -28,7 +28,9 @@ inline constexpr char kDigitPairs[] =
 inline constexpr char kLowerHex[] = "0123456789abcdef";
 inline constexpr char kUpperHex[] = "0123456789ABCDEF";
 
-inline bool IsDigit(int c) { return c >= '0' && c <= '9'; }
+inline bool IsDigit(int c) {
+  return c >= '0' && c <= '9';
+}
 
 // A narrow literal as an array of either character type (the engine's own formats are ASCII).
 template <class Ch, std::size_t N>
@@ -123,7 +125,7 @@ struct DumpState {
   int32_t between_length;
   int32_t before_length;
   int32_t after_length;
-  int32_t bytes_per_row;   // 0: all bytes in one row
+  int32_t bytes_per_row;  // 0: all bytes in one row
   int32_t indent;
   int32_t first_column;
   bool ruler;
@@ -235,8 +237,8 @@ class Engine {
 
   const Ch* separator_ = nullptr;  // %t
   int32_t separator_length_ = 0;
-  int32_t group_ = 3;              // %_
-  const Ch* decimal_separator_;    // %T, for %D and %U
+  int32_t group_ = 3;            // %_
+  const Ch* decimal_separator_;  // %T, for %D and %U
   int32_t decimal_separator_length_ = 1;
   DumpState<Ch> dump_;
   bool dump_ready_ = false;

@@ -42,7 +42,9 @@ void HandToWriter(const Ch* line) {
 
 }  // namespace
 
-bool InTraceWriter() { return t_in_trace_writer; }
+bool InTraceWriter() {
+  return t_in_trace_writer;
+}
 
 template <class Ch>
 void Engine<Ch>::TracePiece(int32_t length, BasicFormatTraceRecord<Ch>* record) {

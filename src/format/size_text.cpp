@@ -25,10 +25,14 @@ const char* RateText(uint64_t bytes, uint32_t milliseconds, char* buffer, int32_
 
 const char* DwordText(uint32_t value, char* buffer, int32_t capacity) {
   switch (value) {
-    case 0xFFFFFFFFu: return "MAXDWORD";
-    case 0xFFFFFFFEu: return "MAXDWORD-1";
-    case 0xFFFFFFFDu: return "MAXDWORD-2";
-    default: break;
+    case 0xFFFFFFFFu:
+      return "MAXDWORD";
+    case 0xFFFFFFFEu:
+      return "MAXDWORD-1";
+    case 0xFFFFFFFDu:
+      return "MAXDWORD-2";
+    default:
+      break;
   }
   if (buffer == nullptr || capacity < 1) return "";
   std::snprintf(buffer, static_cast<size_t>(capacity), "%u", value);

@@ -20,7 +20,9 @@ void RegisterThread(ThreadRole role) {
   g_thread_ids[static_cast<int>(role)].store(os::GetCurrentThreadId(), std::memory_order_relaxed);
 }
 
-void UnregisterThread(ThreadRole role) { g_thread_ids[static_cast<int>(role)].store(0, std::memory_order_relaxed); }
+void UnregisterThread(ThreadRole role) {
+  g_thread_ids[static_cast<int>(role)].store(0, std::memory_order_relaxed);
+}
 
 char ThreadMark() {
   const uint32_t self = os::GetCurrentThreadId();

@@ -91,8 +91,8 @@ bool SetupDiGetDeviceRegistryPropertyA(DevInfoSet set, DevInfoData* device, Dwor
                                        void* buffer, Dword buffer_size, Dword* required_size);
 bool SetupDiGetDeviceInstanceIdA(DevInfoSet set, DevInfoData* device, char* buffer, Dword buffer_size,
                                  Dword* required_size);
-RegKey SetupDiOpenDevRegKey(DevInfoSet set, DevInfoData* device, Dword scope, Dword hw_profile, Dword key_type,
-                            Dword desired_access);
+RegKey SetupDiOpenDevRegKey(DevInfoSet set, DevInfoData* device, Dword scope, Dword hw_profile,
+                            Dword key_type, Dword desired_access);
 bool SetupDiDestroyDeviceInfoList(DevInfoSet set);
 
 // Registry calls return their error number (0 = success) instead of setting the last error.

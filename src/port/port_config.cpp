@@ -2,10 +2,10 @@
 
 #include <cstdio>
 
-#include "support/run_settings.h"
 #include "format/console_log.h"
 #include "platform/os_serial.h"
 #include "port/timed_io.h"
+#include "support/run_settings.h"
 
 namespace portwren {
 

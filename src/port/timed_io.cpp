@@ -6,7 +6,6 @@
 #include <memory>
 #include <vector>
 
-#include "support/run_settings.h"
 #include "echo/echo_records.h"
 #include "format/console_log.h"
 #include "platform/os_console.h"
@@ -14,6 +13,7 @@
 #include "platform/os_sync.h"
 #include "port/transfer_buffer.h"
 #include "support/handle_holder.h"
+#include "support/run_settings.h"
 
 namespace portwren {
 

@@ -87,9 +87,9 @@ std::string OpenedLines(const std::string& path) {
          "Choose action: 'R/r' read, 'W/w' write, '?' help. <ESC> quit.\n";
 }
 
-const char kBanner[] =
-    "Portwren version " PORTWREN_VERSION_STRING ", compiled on D\n"
-    "Cannot get TRELLIS kernel version. WinErr=21(ERROR_NOT_READY)\n";
+const char kBanner[] = "Portwren version " PORTWREN_VERSION_STRING
+                       ", compiled on D\n"
+                       "Cannot get TRELLIS kernel version. WinErr=21(ERROR_NOT_READY)\n";
 const char kEscLines[] = "Got '\x1b'.\n";
 const char kClosedLines[] =
     " [T] Calling CloseHandle(0xH)...\n"

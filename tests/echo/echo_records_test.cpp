@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "support/run_settings.h"
-#include "echo/chunk_format.h"
 #include "common/log_files.h"
+#include "echo/chunk_format.h"
 #include "platform/os_core.h"
+#include "support/run_settings.h"
 
 namespace portwren {
 namespace {

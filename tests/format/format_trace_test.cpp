@@ -13,7 +13,9 @@ using testing_format::InBuffer;
 using testing_format::Pieces;
 using Lines = std::vector<std::string>;
 
-void CollectLine(void* context, const char* text) { static_cast<Lines*>(context)->push_back(text); }
+void CollectLine(void* context, const char* text) {
+  static_cast<Lines*>(context)->push_back(text);
+}
 
 // A writer that formats the line itself, as a real one printing through the engine would.
 void ReformatLine(void* context, const char* text) {
@@ -149,9 +151,11 @@ TEST_F(FormatTrace, AWriterThatFormatsDoesNotTraceItself) {
 
 TEST_F(FormatTrace, TheWideEngineHasItsOwnWriter) {
   std::vector<std::u16string> wide;
-  SetWideFormatTrace([](void* context, const char16_t* text) {
-    static_cast<std::vector<std::u16string>*>(context)->emplace_back(text);
-  }, &wide);
+  SetWideFormatTrace(
+      [](void* context, const char16_t* text) {
+        static_cast<std::vector<std::u16string>*>(context)->emplace_back(text);
+      },
+      &wide);
   InBuffer(16, u"a%3s", u"b");
   SetWideFormatTrace(nullptr, nullptr);
   const std::vector<std::u16string> expected{

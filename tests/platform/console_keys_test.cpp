@@ -1,12 +1,13 @@
 // Keys and lines from a scripted byte stream: the piped-input rules and the terminal rules
 // (waits, line editing), without any real descriptor.
+#include "platform/console_keys.h"
+
 #include <gtest/gtest.h>
 
 #include <deque>
 #include <string>
 #include <vector>
 
-#include "platform/console_keys.h"
 #include "platform/os_console.h"
 #include "platform_test_util.h"
 
@@ -185,11 +186,20 @@ TEST(TerminalKeys, ReadLineEditsAndEchoes) {
     const char* echo;
     int next_key;
   } cases[] = {
-      {"12x\x7f" "3\r", "", 100, "123", "12x\b \b3\r\n", 27},
-      {"4\x1b[D\x1bOP\t\x01" "2\r", "", 100, "42", "42\r\n", 27},  // no extended keys, no control bytes
-      {"99\x1b", "5\x15" "7\r", 100, "7", "99\b \b\b \b5\b \b7\r\n", 27},  // ESC and Ctrl+U clear the line
+      {"12x\x7f"
+       "3\r",
+       "", 100, "123", "12x\b \b3\r\n", 27},
+      {"4\x1b[D\x1bOP\t\x01"
+       "2\r",
+       "", 100, "42", "42\r\n", 27},  // no extended keys, no control bytes
+      {"99\x1b",
+       "5\x15"
+       "7\r",
+       100, "7", "99\b \b\b \b5\b \b7\r\n", 27},  // ESC and Ctrl+U clear the line
       // Backspace on an empty line does nothing; typing past the end is ignored until Backspace.
-      {"\x7f" "abcdef\x7fZ\rq", "", 4, "abZ", "abc\b \bZ\r\n", 'q'},
+      {"\x7f"
+       "abcdef\x7fZ\rq",
+       "", 4, "abZ", "abc\b \bZ\r\n", 'q'},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.before_gap);

@@ -65,7 +65,9 @@ class Pty {
            now.c_cflag == original_.c_cflag && now.c_lflag == original_.c_lflag &&
            std::memcmp(now.c_cc, original_.c_cc, sizeof now.c_cc) == 0;
   }
-  bool WaitForKeyMode() const { return WaitFor([this] { return InKeyMode(); }); }
+  bool WaitForKeyMode() const {
+    return WaitFor([this] { return InKeyMode(); });
+  }
 
   // What the terminal shows, read until it contains `expected` (or kPatience ran out).
   std::string ReadUntil(const std::string& expected) {
@@ -121,8 +123,8 @@ TEST(ConsolePty, KeysAsTheTerminalSendsThem) {
   PosixConsole console(pty.slave());
   console.EnterKeyMode();
   pty.Type("\x1b[A\x1b[B\x1b[C\x1b[D\x1b[1~\x1b[4~\x1bOP\x1b[24~\x1b[2;5A\r\x7f\x13\x11q");
-  EXPECT_EQ(Keys(console, 19),
-            (std::vector<int>{224, 72, 224, 80, 224, 77, 224, 75, 224, 71, 224, 79, 0, 59, 224, 134, 13, 8, 19}));
+  EXPECT_EQ(Keys(console, 19), (std::vector<int>{224, 72, 224, 80, 224, 77, 224, 75, 224, 71, 224, 79, 0, 59,
+                                                 224, 134, 13, 8, 19}));
   EXPECT_EQ(Keys(console, 2), (std::vector<int>{17, 'q'})) << "Ctrl+Q and Ctrl+S are keys, not flow control";
 
   pty.Type("\x1b");
@@ -137,7 +139,10 @@ TEST(ConsolePty, LineReadShowsWhatIsTypedAndAHangUpReadsAsEsc) {
   Pty pty;
   PosixConsole console(pty.slave());
   console.EnterKeyMode();
-  pty.Type("12x\x7f" "3\r" "k");
+  pty.Type(
+      "12x\x7f"
+      "3\r"
+      "k");
   EXPECT_EQ(Line(console), "123");
   EXPECT_EQ(console.GetKey(), 'k');
   const std::string shown = pty.ReadUntil("\n");

@@ -39,8 +39,8 @@ class DeviceEnumTest : public ::testing::Test {
   void TearDown() override { posix::SetDeviceSource(nullptr); }
 
   DevInfoSetHolder ComPorts() {
-    return DevInfoSetHolder(SetupDiGetClassDevsA(&kGuidDevInterfaceComPort, nullptr,
-                                                 kDigcfPresent | kDigcfDeviceInterface));
+    return DevInfoSetHolder(
+        SetupDiGetClassDevsA(&kGuidDevInterfaceComPort, nullptr, kDigcfPresent | kDigcfDeviceInterface));
   }
   // The set's first interface of the class, and its device.
   void First(const DevInfoSetHolder& set, const Guid& interface_class = kGuidDevInterfaceComPort) {
@@ -81,7 +81,8 @@ TEST_F(DeviceEnumTest, EnumeratesTheInterfacesOfTheClassAskedFor) {
 
   DevInfoSetHolder all(SetupDiGetClassDevsA(nullptr, nullptr, kDigcfAllClasses | kDigcfDeviceInterface));
   ASSERT_TRUE(SetupDiEnumDeviceInterfaces(all.get(), nullptr, &kOtherClass, 0, &data));
-  DevInfoSetHolder by_enumerator(SetupDiGetClassDevsW(&kGuidDevInterfaceComPort, u"usb", kDigcfDeviceInterface));
+  DevInfoSetHolder by_enumerator(
+      SetupDiGetClassDevsW(&kGuidDevInterfaceComPort, u"usb", kDigcfDeviceInterface));
   EXPECT_TRUE(SetupDiEnumDeviceInterfaces(by_enumerator.get(), nullptr, &kGuidDevInterfaceComPort, 0, &data));
   DevInfoSetHolder none(SetupDiGetClassDevsA(&kGuidDevInterfaceComPort, "ROOT", kDigcfDeviceInterface));
   EXPECT_FALSE(SetupDiEnumDeviceInterfaces(none.get(), nullptr, &kGuidDevInterfaceComPort, 0, &data));
@@ -100,7 +101,8 @@ TEST_F(DeviceEnumTest, DetailGivesThePathOrTheSizeItNeeds) {
   alignas(8) char wide_storage[260] = {};
   auto* wide = reinterpret_cast<DeviceInterfaceDetailW*>(wide_storage);
   wide->cbSize = sizeof(DeviceInterfaceDetailW);
-  ASSERT_TRUE(SetupDiGetDeviceInterfaceDetailW(set.get(), &data, wide, sizeof wide_storage, nullptr, nullptr));
+  ASSERT_TRUE(
+      SetupDiGetDeviceInterfaceDetailW(set.get(), &data, wide, sizeof wide_storage, nullptr, nullptr));
   EXPECT_EQ(std::u16string(wide->DevicePath), u"/dev/ttyUSB0");
 
   detail->cbSize = 5;  // a wrong size field is the caller's error
@@ -112,13 +114,13 @@ TEST_F(DeviceEnumTest, PropertiesInstanceIdAndPortName) {
   First(set);
   char text[260] = {};
   Dword type = 0;
-  ASSERT_TRUE(SetupDiGetDeviceRegistryPropertyA(set.get(), &device, kSpdrpFriendlyName, &type, text, sizeof text,
-                                                nullptr));
+  ASSERT_TRUE(SetupDiGetDeviceRegistryPropertyA(set.get(), &device, kSpdrpFriendlyName, &type, text,
+                                                sizeof text, nullptr));
   EXPECT_STREQ(text, "USB Serial Port (COM7)");
   EXPECT_EQ(type, kRegSz);
   char service[40] = {};
-  ASSERT_TRUE(SetupDiGetDeviceRegistryPropertyA(set.get(), &device, kSpdrpService, nullptr, service, sizeof service,
-                                                nullptr));
+  ASSERT_TRUE(SetupDiGetDeviceRegistryPropertyA(set.get(), &device, kSpdrpService, nullptr, service,
+                                                sizeof service, nullptr));
   EXPECT_STREQ(service, "ftdi_sio");
   Dword required = 0;
   EXPECT_FALSE(SetupDiGetDeviceInstanceIdA(set.get(), &device, text, 4, &required));
@@ -148,8 +150,8 @@ TEST_F(DeviceEnumTest, MissingPropertiesAndBadHandlesFail) {
   DevInfoSetHolder set(SetupDiGetClassDevsA(&kOtherClass, nullptr, kDigcfDeviceInterface));
   First(set, kOtherClass);
   char text[64];
-  EXPECT_FALSE(SetupDiGetDeviceRegistryPropertyA(set.get(), &device, kSpdrpFriendlyName, nullptr, text, sizeof text,
-                                                 nullptr));
+  EXPECT_FALSE(SetupDiGetDeviceRegistryPropertyA(set.get(), &device, kSpdrpFriendlyName, nullptr, text,
+                                                 sizeof text, nullptr));
   EXPECT_EQ(GetLastError(), kErrInvalidData);
   RegKeyHolder key(SetupDiOpenDevRegKey(set.get(), &device, kDicsFlagGlobal, 0, kDiregDev, kKeyRead));
   Dword size = sizeof text;

@@ -49,7 +49,10 @@ TEST(TextTest, TooSmallAndBadArgumentsFail) {
 
 TEST(TextTest, MalformedInputIsReplacedNotDropped) {
   WChar wide[16];
-  ASSERT_EQ(MultiByteToWideChar("a\xFF" "b\xC3", 4, wide, 16), 4);
+  ASSERT_EQ(MultiByteToWideChar("a\xFF"
+                                "b\xC3",
+                                4, wide, 16),
+            4);
   EXPECT_EQ(std::u16string(wide, 4), u"a\uFFFDb\uFFFD");
   const WChar lone[] = {u'x', 0xD800, u'y', 0};
   char narrow[16];
@@ -58,7 +61,8 @@ TEST(TextTest, MalformedInputIsReplacedNotDropped) {
 }
 
 TEST(StrictUtfTest, WellFormedTextRoundTrips) {
-  const std::string narrow = "/dev/caf\xC3\xA9-\xE2\x82\xAC-\xF0\x9F\x98\x80-\xEF\xBF\xBD";  // é € emoji U+FFFD
+  const std::string narrow =
+      "/dev/caf\xC3\xA9-\xE2\x82\xAC-\xF0\x9F\x98\x80-\xEF\xBF\xBD";  // é € emoji U+FFFD
   std::u16string wide;
   ASSERT_TRUE(Utf8ToUtf16(narrow, &wide));
   EXPECT_EQ(wide, u"/dev/caf\u00E9-\u20AC-\U0001F600-\uFFFD");
@@ -69,16 +73,18 @@ TEST(StrictUtfTest, WellFormedTextRoundTrips) {
 
 TEST(StrictUtfTest, MalformedUtf8IsRefused) {
   std::u16string wide;
-  for (const std::string& bad : {std::string("a\xFF"), std::string("\xC3"), std::string("\xC0\xAF"),
-                                std::string("\xE0\x80\xAF"), std::string("\xED\xA0\x80"),
-                                std::string("\xF4\x90\x80\x80"), std::string("\xE2\x28\xA1")}) {
+  for (const std::string& bad :
+       {std::string("a\xFF"), std::string("\xC3"), std::string("\xC0\xAF"), std::string("\xE0\x80\xAF"),
+        std::string("\xED\xA0\x80"), std::string("\xF4\x90\x80\x80"), std::string("\xE2\x28\xA1")}) {
     EXPECT_FALSE(Utf8ToUtf16(bad, &wide)) << testing::PrintToString(bad);
   }
 }
 
 TEST(StrictUtfTest, UnpairedSurrogatesAreRefused) {
   std::string narrow;
-  for (const std::u16string bad : {u"a\xD83D" u"b", u"\xDE00\xD83D", u"a\xD83D"}) {
+  for (const std::u16string bad : {u"a\xD83D"
+                                   u"b",
+                                   u"\xDE00\xD83D", u"a\xD83D"}) {
     EXPECT_FALSE(Utf16ToUtf8(bad.c_str(), &narrow)) << bad.size();
   }
 }

@@ -65,7 +65,9 @@ TEST(ThreadTest, SmallStackSizeIsOnlyAStartingSize) {
   EXPECT_EQ(code, 0u);
 }
 
-Dword ReturnArgument(void* argument) { return static_cast<Dword>(reinterpret_cast<uintptr_t>(argument)); }
+Dword ReturnArgument(void* argument) {
+  return static_cast<Dword>(reinterpret_cast<uintptr_t>(argument));
+}
 
 TEST(ThreadTest, WaitAllOnSeveralThreads) {
   HandleHolder a(CreateThread(ReturnArgument, reinterpret_cast<void*>(7), 0, nullptr));

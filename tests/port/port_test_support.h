@@ -14,13 +14,13 @@
 #include <vector>
 
 #include "common/pty_pair.h"
-#include "support/run_settings.h"
 #include "format/format.h"
 #include "format/thread_mark.h"
 #include "platform/os_file.h"
 #include "platform/os_serial.h"
 #include "port/timed_io.h"
 #include "port/transfer_buffer.h"
+#include "support/run_settings.h"
 
 namespace portwren::porttest {
 

@@ -10,7 +10,9 @@ namespace portwren {
 namespace {
 
 // A handle is open while SetEvent accepts it.
-bool IsOpen(os::Handle event) { return os::SetEvent(event); }
+bool IsOpen(os::Handle event) {
+  return os::SetEvent(event);
+}
 
 TEST(HandleHolderTest, ClosesWhatItHoldsWhenItGoesOutOfScope) {
   os::Handle raw;

@@ -62,8 +62,7 @@ termios KeyModeOf(const termios& cooked) {
   return keys;
 }
 
-PosixConsole::PosixConsole(int fd)
-    : fd_(fd), stream_(fd), stream_keys_(stream_), terminal_keys_(stream_) {
+PosixConsole::PosixConsole(int fd) : fd_(fd), stream_(fd), stream_keys_(stream_), terminal_keys_(stream_) {
   terminal_ = isatty(fd) == 1 && tcgetattr(fd, &cooked_) == 0;
   if (terminal_) keys_ = KeyModeOf(cooked_);
 }

@@ -20,7 +20,9 @@ PosixConsole* g_console = nullptr;  // set once, before any handler that reads i
 
 constexpr int kEndingSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
-void RestoreAtExit() { g_console->Restore(); }
+void RestoreAtExit() {
+  g_console->Restore();
+}
 
 void OnEndingSignal(int signal_number) {
   g_console->Restore();

@@ -8,7 +8,8 @@ namespace portwren::os {
 // a request that a device's driver does not handle (ERROR_INVALID_FUNCTION), as a plain
 // serial port would.
 bool DeviceIoControl(Handle device, Dword /*control_code*/, const void* /*in_buffer*/, Dword /*in_size*/,
-                     void* /*out_buffer*/, Dword /*out_size*/, Dword* bytes_returned, Overlapped* /*overlapped*/) {
+                     void* /*out_buffer*/, Dword /*out_size*/, Dword* bytes_returned,
+                     Overlapped* /*overlapped*/) {
   if (bytes_returned != nullptr) *bytes_returned = 0;
   if (posix::LookupObject(device) == nullptr) return posix::Fail(kErrInvalidHandle);
   return posix::Fail(kErrInvalidFunction);

@@ -40,7 +40,8 @@ class DeviceKey : public KernelObject {
 bool StartsWithIgnoringCase(const std::string& text, const std::string& prefix) {
   if (text.size() < prefix.size()) return false;
   for (size_t i = 0; i < prefix.size(); ++i) {
-    if (std::tolower(static_cast<unsigned char>(text[i])) != std::tolower(static_cast<unsigned char>(prefix[i]))) {
+    if (std::tolower(static_cast<unsigned char>(text[i])) !=
+        std::tolower(static_cast<unsigned char>(prefix[i]))) {
       return false;
     }
   }
@@ -108,8 +109,8 @@ bool InterfaceDetail(DeviceInterfaceData* interface_data, Detail* detail, Dword 
   return FillDevice(device, interface_data->Reserved);
 }
 
-bool CheckInterface(DevInfoSet set_handle, DeviceInterfaceData* interface_data, std::shared_ptr<DeviceSet>* set,
-                    const DeviceEntry** entry) {
+bool CheckInterface(DevInfoSet set_handle, DeviceInterfaceData* interface_data,
+                    std::shared_ptr<DeviceSet>* set, const DeviceEntry** entry) {
   *set = Lookup<DeviceSet>(set_handle);
   if (*set == nullptr) return Fail(kErrInvalidHandle);
   if (interface_data == nullptr || interface_data->cbSize != sizeof(DeviceInterfaceData)) {
@@ -121,7 +122,9 @@ bool CheckInterface(DevInfoSet set_handle, DeviceInterfaceData* interface_data, 
 
 }  // namespace
 
-void SetDeviceSource(DeviceSource source) { g_source.store(source); }
+void SetDeviceSource(DeviceSource source) {
+  g_source.store(source);
+}
 
 }  // namespace portwren::os::posix
 
@@ -145,8 +148,8 @@ DevInfoSet SetupDiGetClassDevsW(const Guid* class_guid, const WChar* enumerator,
   return MakeSet(class_guid, &text, flags);
 }
 
-bool SetupDiEnumDeviceInterfaces(DevInfoSet set_handle, DevInfoData* device, const Guid* interface_guid, Dword index,
-                                 DeviceInterfaceData* interface_data) {
+bool SetupDiEnumDeviceInterfaces(DevInfoSet set_handle, DevInfoData* device, const Guid* interface_guid,
+                                 Dword index, DeviceInterfaceData* interface_data) {
   auto set = Lookup<DeviceSet>(set_handle);
   if (set == nullptr) return Fail(kErrInvalidHandle);
   if (interface_guid == nullptr) return Fail(kErrInvalidParameter);
@@ -173,8 +176,7 @@ bool SetupDiGetDeviceInterfaceDetailA(DevInfoSet set_handle, DeviceInterfaceData
   std::shared_ptr<DeviceSet> set;
   const DeviceEntry* entry = nullptr;
   if (!CheckInterface(set_handle, interface_data, &set, &entry)) return false;
-  return InterfaceDetail(interface_data, detail, detail_size, required_size, device,
-                         entry->interface_path);
+  return InterfaceDetail(interface_data, detail, detail_size, required_size, device, entry->interface_path);
 }
 
 bool SetupDiGetDeviceInterfaceDetailW(DevInfoSet set_handle, DeviceInterfaceData* interface_data,
@@ -188,8 +190,9 @@ bool SetupDiGetDeviceInterfaceDetailW(DevInfoSet set_handle, DeviceInterfaceData
   return InterfaceDetail(interface_data, detail, detail_size, required_size, device, path);
 }
 
-bool SetupDiGetDeviceRegistryPropertyA(DevInfoSet set_handle, DevInfoData* device, Dword property, Dword* value_type,
-                                       void* buffer, Dword buffer_size, Dword* required_size) {
+bool SetupDiGetDeviceRegistryPropertyA(DevInfoSet set_handle, DevInfoData* device, Dword property,
+                                       Dword* value_type, void* buffer, Dword buffer_size,
+                                       Dword* required_size) {
   std::shared_ptr<DeviceSet> set;
   const DeviceEntry* entry = nullptr;
   if (!Resolve(set_handle, device, &set, &entry)) return false;
@@ -217,8 +220,8 @@ bool SetupDiGetDeviceInstanceIdA(DevInfoSet set_handle, DevInfoData* device, cha
   std::shared_ptr<DeviceSet> set;
   const DeviceEntry* entry = nullptr;
   if (!Resolve(set_handle, device, &set, &entry)) return false;
-  return CopyOut(entry->instance_id.c_str(), static_cast<Dword>(entry->instance_id.size() + 1), buffer, buffer_size,
-                 required_size);
+  return CopyOut(entry->instance_id.c_str(), static_cast<Dword>(entry->instance_id.size() + 1), buffer,
+                 buffer_size, required_size);
 }
 
 RegKey SetupDiOpenDevRegKey(DevInfoSet set_handle, DevInfoData* device, Dword /*scope*/, Dword /*hw_profile*/,
@@ -242,7 +245,8 @@ bool SetupDiDestroyDeviceInfoList(DevInfoSet set) {
   return true;
 }
 
-Dword RegQueryValueExA(RegKey key_handle, const char* value_name, Dword* value_type, void* data, Dword* data_size) {
+Dword RegQueryValueExA(RegKey key_handle, const char* value_name, Dword* value_type, void* data,
+                       Dword* data_size) {
   auto key = Lookup<DeviceKey>(key_handle);
   if (key == nullptr) return kErrInvalidHandle;
   const auto found = key->values.find(value_name != nullptr ? value_name : "");

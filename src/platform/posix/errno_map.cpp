@@ -58,6 +58,8 @@ Dword WinErrorFromErrno(int error_number) {
   }
 }
 
-bool FailWithErrno(int error_number) { return Fail(WinErrorFromErrno(error_number)); }
+bool FailWithErrno(int error_number) {
+  return Fail(WinErrorFromErrno(error_number));
+}
 
 }  // namespace portwren::os::posix

@@ -48,7 +48,9 @@ class HandleTable {
  private:
   static constexpr size_t kMaxSlots = size_t{1} << 24;
 
-  static Handle ToHandle(size_t index) { return reinterpret_cast<Handle>(static_cast<uintptr_t>((index + 1) * 4)); }
+  static Handle ToHandle(size_t index) {
+    return reinterpret_cast<Handle>(static_cast<uintptr_t>((index + 1) * 4));
+  }
 
   bool ToIndex(Handle handle, size_t* index) const {
     const uintptr_t value = reinterpret_cast<uintptr_t>(handle);
@@ -72,9 +74,15 @@ HandleTable& Table() {
 
 }  // namespace
 
-Handle InsertObject(std::shared_ptr<KernelObject> object) { return Table().Insert(std::move(object)); }
-std::shared_ptr<KernelObject> LookupObject(Handle handle) { return Table().Lookup(handle); }
-std::shared_ptr<KernelObject> RemoveObject(Handle handle) { return Table().Remove(handle); }
+Handle InsertObject(std::shared_ptr<KernelObject> object) {
+  return Table().Insert(std::move(object));
+}
+std::shared_ptr<KernelObject> LookupObject(Handle handle) {
+  return Table().Lookup(handle);
+}
+std::shared_ptr<KernelObject> RemoveObject(Handle handle) {
+  return Table().Remove(handle);
+}
 
 }  // namespace portwren::os::posix
 

@@ -15,13 +15,17 @@ namespace portwren::os::posix {
 // short count) are told apart from failures, which carry their Windows error number.
 inline constexpr uintptr_t kStatusSuccess = 0;
 inline constexpr uintptr_t kStatusTimeout = 0x102;
-inline uintptr_t StatusFromError(Dword error) { return 0xC0070000u | (error & 0xFFFFu); }
-inline bool StatusIsSuccess(uintptr_t status) { return status == kStatusSuccess || status == kStatusTimeout; }
+inline uintptr_t StatusFromError(Dword error) {
+  return 0xC0070000u | (error & 0xFFFFu);
+}
+inline bool StatusIsSuccess(uintptr_t status) {
+  return status == kStatusSuccess || status == kStatusTimeout;
+}
 inline Dword ErrorFromStatus(uintptr_t status) {
   return StatusIsSuccess(status) ? kErrSuccess : static_cast<Dword>(status & 0xFFFFu);
 }
 
-uintptr_t LoadStatus(const Overlapped* overlapped);  // acquire
+uintptr_t LoadStatus(const Overlapped* overlapped);          // acquire
 void StoreStatus(Overlapped* overlapped, uintptr_t status);  // release
 
 class IoObject;
@@ -29,8 +33,8 @@ class IoObject;
 // Where a request's end is reported.
 struct CompletionTarget {
   Overlapped* overlapped = nullptr;
-  std::shared_ptr<Event> event;        // ordinary overlapped requests with an event
-  IoObject* signal_handle = nullptr;   // overlapped requests without one: the handle is signalled
+  std::shared_ptr<Event> event;         // ordinary overlapped requests with an event
+  IoObject* signal_handle = nullptr;    // overlapped requests without one: the handle is signalled
   CompletionRoutine routine = nullptr;  // ReadFileEx/WriteFileEx
   std::shared_ptr<ApcQueue> apc;
 

@@ -43,8 +43,9 @@ class RegularFile : public IoObject {
     Dword written = 0;
     // A file write either takes every byte or fails.
     while (written < size) {
-      const ssize_t put = UsesOffset(target) ? pwrite(fd_, bytes + written, size - written, Offset(target) + written)
-                                             : write(fd_, bytes + written, size - written);
+      const ssize_t put = UsesOffset(target)
+                              ? pwrite(fd_, bytes + written, size - written, Offset(target) + written)
+                              : write(fd_, bytes + written, size - written);
       if (put < 0 && errno == EINTR) continue;
       if (put <= 0) {
         if (done != nullptr) *done = written;
@@ -87,7 +88,9 @@ class RegularFile : public IoObject {
 
  private:
   // An overlapped handle has no file pointer: its Overlapped says where.
-  bool UsesOffset(const CompletionTarget& target) const { return overlapped() && target.overlapped != nullptr; }
+  bool UsesOffset(const CompletionTarget& target) const {
+    return overlapped() && target.overlapped != nullptr;
+  }
   static off_t Offset(const CompletionTarget& target) {
     return static_cast<off_t>((static_cast<uint64_t>(target.overlapped->OffsetHigh) << 32) |
                               target.overlapped->Offset);

@@ -64,7 +64,9 @@ std::mutex& SyncMutex() {
   return *mutex;
 }
 
-void NotifyWaiters() { SyncCondition().notify_all(); }
+void NotifyWaiters() {
+  SyncCondition().notify_all();
+}
 
 void Event::Set() {
   {
@@ -106,9 +108,9 @@ Dword WaitObjects(const std::vector<std::shared_ptr<Waitable>>& objects, bool wa
       return kWaitIoCompletion;
     }
     if (wait_all) {
-      const bool all = !objects.empty() && std::all_of(objects.begin(), objects.end(), [&](const auto& object) {
-        return object->IsSignalledFor(thread_id);
-      });
+      const bool all = !objects.empty() &&
+                       std::all_of(objects.begin(), objects.end(),
+                                   [&](const auto& object) { return object->IsSignalledFor(thread_id); });
       if (all) {
         for (const auto& object : objects) object->Acquire(thread_id);
         return kWaitObject0;

@@ -7,18 +7,18 @@ namespace portwren::os::posix {
 Dword ValidateDcb(const Dcb& dcb, Dword in_queue_size) {
   const bool bad = dcb.BaudRate == 0 || dcb.ByteSize < 5 || dcb.ByteSize > 8 || dcb.Parity > kSpaceParity ||
                    dcb.StopBits > kTwoStopBits || (dcb.StopBits == kOne5StopBits && dcb.ByteSize != 5) ||
-                   (dcb.StopBits == kTwoStopBits && dcb.ByteSize == 5) || dcb.fDtrControl > kDtrControlHandshake ||
-                   dcb.fRtsControl > kRtsControlToggle || dcb.XonChar == dcb.XoffChar ||
-                   dcb.XonLim > in_queue_size || dcb.XoffLim > in_queue_size;
+                   (dcb.StopBits == kTwoStopBits && dcb.ByteSize == 5) ||
+                   dcb.fDtrControl > kDtrControlHandshake || dcb.fRtsControl > kRtsControlToggle ||
+                   dcb.XonChar == dcb.XoffChar || dcb.XonLim > in_queue_size || dcb.XoffLim > in_queue_size;
   return bad ? kErrInvalidParameter : kErrSuccess;
 }
 
 void MakeRaw(termios2* settings) {
-  settings->c_iflag &= ~static_cast<tcflag_t>(IGNBRK | BRKINT | PARMRK | ISTRIP | INLCR | IGNCR | ICRNL | IXON |
-                                              IXOFF | IXANY | IUCLC | IMAXBEL);
+  settings->c_iflag &= ~static_cast<tcflag_t>(IGNBRK | BRKINT | PARMRK | ISTRIP | INLCR | IGNCR | ICRNL |
+                                              IXON | IXOFF | IXANY | IUCLC | IMAXBEL);
   settings->c_oflag &= ~static_cast<tcflag_t>(OPOST);
-  settings->c_lflag &= ~static_cast<tcflag_t>(ECHO | ECHONL | ECHOE | ECHOK | ECHOCTL | ECHOKE | ICANON | ISIG |
-                                              IEXTEN);
+  settings->c_lflag &=
+      ~static_cast<tcflag_t>(ECHO | ECHONL | ECHOE | ECHOK | ECHOCTL | ECHOKE | ICANON | ISIG | IEXTEN);
   settings->c_cflag |= CREAD | CLOCAL;
   settings->c_cc[VMIN] = 1;
   settings->c_cc[VTIME] = 0;

@@ -94,7 +94,8 @@ bool Utf8ToUtf16(const std::string& text, std::u16string* out) {
   out->clear();
   const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
   bool malformed = false;
-  for (size_t i = 0; i < text.size() && !malformed;) AppendUtf16(DecodeUtf8(bytes, text.size(), &i, &malformed), out);
+  for (size_t i = 0; i < text.size() && !malformed;)
+    AppendUtf16(DecodeUtf8(bytes, text.size(), &i, &malformed), out);
   return !malformed;
 }
 

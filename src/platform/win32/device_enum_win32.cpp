@@ -1,9 +1,9 @@
+#include <setupapi.h>
+
 #include <cstddef>
 
 #include "platform/os_device_enum.h"
 #include "platform/win32/windows_proxy.h"
-
-#include <setupapi.h>
 
 namespace portwren::os {
 
@@ -18,9 +18,11 @@ static_assert(offsetof(DevInfoData, ClassGuid) == offsetof(SP_DEVINFO_DATA, Clas
 static_assert(offsetof(DevInfoData, DevInst) == offsetof(SP_DEVINFO_DATA, DevInst));
 static_assert(offsetof(DevInfoData, Reserved) == offsetof(SP_DEVINFO_DATA, Reserved));
 static_assert(sizeof(DeviceInterfaceDetailA) == sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_A));
-static_assert(offsetof(DeviceInterfaceDetailA, DevicePath) == offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_A, DevicePath));
+static_assert(offsetof(DeviceInterfaceDetailA, DevicePath) ==
+              offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_A, DevicePath));
 static_assert(sizeof(DeviceInterfaceDetailW) == sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_W));
-static_assert(offsetof(DeviceInterfaceDetailW, DevicePath) == offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_W, DevicePath));
+static_assert(offsetof(DeviceInterfaceDetailW, DevicePath) ==
+              offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_W, DevicePath));
 static_assert(sizeof(WChar) == sizeof(WCHAR));
 static_assert(kDigcfPresent == DIGCF_PRESENT && kDigcfAllClasses == DIGCF_ALLCLASSES &&
               kDigcfDeviceInterface == DIGCF_DEVICEINTERFACE && kSpdrpDeviceDesc == SPDRP_DEVICEDESC &&
@@ -30,8 +32,12 @@ static_assert(kDigcfPresent == DIGCF_PRESENT && kDigcfAllClasses == DIGCF_ALLCLA
 
 namespace {
 
-const GUID* Native(const Guid* guid) { return reinterpret_cast<const GUID*>(guid); }
-SP_DEVINFO_DATA* Native(DevInfoData* device) { return reinterpret_cast<SP_DEVINFO_DATA*>(device); }
+const GUID* Native(const Guid* guid) {
+  return reinterpret_cast<const GUID*>(guid);
+}
+SP_DEVINFO_DATA* Native(DevInfoData* device) {
+  return reinterpret_cast<SP_DEVINFO_DATA*>(device);
+}
 SP_DEVICE_INTERFACE_DATA* Native(DeviceInterfaceData* data) {
   return reinterpret_cast<SP_DEVICE_INTERFACE_DATA*>(data);
 }
@@ -43,13 +49,14 @@ DevInfoSet SetupDiGetClassDevsA(const Guid* class_guid, const char* enumerator, 
 }
 
 DevInfoSet SetupDiGetClassDevsW(const Guid* class_guid, const WChar* enumerator, Dword flags) {
-  return ::SetupDiGetClassDevsW(Native(class_guid), reinterpret_cast<const wchar_t*>(enumerator), nullptr, flags);
+  return ::SetupDiGetClassDevsW(Native(class_guid), reinterpret_cast<const wchar_t*>(enumerator), nullptr,
+                                flags);
 }
 
 bool SetupDiEnumDeviceInterfaces(DevInfoSet set, DevInfoData* device, const Guid* interface_guid, Dword index,
                                  DeviceInterfaceData* interface_data) {
-  return ::SetupDiEnumDeviceInterfaces(set, Native(device), Native(interface_guid), index, Native(interface_data)) !=
-         FALSE;
+  return ::SetupDiEnumDeviceInterfaces(set, Native(device), Native(interface_guid), index,
+                                       Native(interface_data)) != FALSE;
 }
 
 bool SetupDiGetDeviceInterfaceDetailA(DevInfoSet set, DeviceInterfaceData* interface_data,
@@ -79,7 +86,7 @@ bool SetupDiGetDeviceRegistryPropertyA(DevInfoSet set, DevInfoData* device, Dwor
   DWORD type = 0;
   DWORD required = 0;
   const BOOL ok = ::SetupDiGetDeviceRegistryPropertyA(set, Native(device), property, &type,
-                                                       static_cast<BYTE*>(buffer), buffer_size, &required);
+                                                      static_cast<BYTE*>(buffer), buffer_size, &required);
   if (value_type != nullptr) *value_type = type;
   if (required_size != nullptr) *required_size = required;
   return ok != FALSE;
@@ -93,12 +100,14 @@ bool SetupDiGetDeviceInstanceIdA(DevInfoSet set, DevInfoData* device, char* buff
   return ok != FALSE;
 }
 
-RegKey SetupDiOpenDevRegKey(DevInfoSet set, DevInfoData* device, Dword scope, Dword hw_profile, Dword key_type,
-                            Dword desired_access) {
+RegKey SetupDiOpenDevRegKey(DevInfoSet set, DevInfoData* device, Dword scope, Dword hw_profile,
+                            Dword key_type, Dword desired_access) {
   return ::SetupDiOpenDevRegKey(set, Native(device), scope, hw_profile, key_type, desired_access);
 }
 
-bool SetupDiDestroyDeviceInfoList(DevInfoSet set) { return ::SetupDiDestroyDeviceInfoList(set) != FALSE; }
+bool SetupDiDestroyDeviceInfoList(DevInfoSet set) {
+  return ::SetupDiDestroyDeviceInfoList(set) != FALSE;
+}
 
 Dword RegQueryValueExA(RegKey key, const char* value_name, Dword* value_type, void* data, Dword* data_size) {
   DWORD type = 0;
@@ -110,7 +119,9 @@ Dword RegQueryValueExA(RegKey key, const char* value_name, Dword* value_type, vo
   return static_cast<Dword>(status);
 }
 
-Dword RegCloseKey(RegKey key) { return static_cast<Dword>(::RegCloseKey(static_cast<HKEY>(key))); }
+Dword RegCloseKey(RegKey key) {
+  return static_cast<Dword>(::RegCloseKey(static_cast<HKEY>(key)));
+}
 
 Dword QueryDosDeviceA(const char* device_name, char* target, Dword target_size) {
   return ::QueryDosDeviceA(device_name, target, target_size);

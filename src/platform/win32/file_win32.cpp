@@ -14,17 +14,19 @@ static_assert(offsetof(Overlapped, Offset) == offsetof(OVERLAPPED, Offset));
 static_assert(offsetof(Overlapped, OffsetHigh) == offsetof(OVERLAPPED, OffsetHigh));
 static_assert(offsetof(Overlapped, hEvent) == offsetof(OVERLAPPED, hEvent));
 static_assert(kStatusPending == STATUS_PENDING);
-static_assert(kGenericRead == GENERIC_READ && kGenericWrite == GENERIC_WRITE && kFileShareRead == FILE_SHARE_READ &&
-              kFileShareWrite == FILE_SHARE_WRITE && kCreateNew == CREATE_NEW && kCreateAlways == CREATE_ALWAYS &&
-              kOpenExisting == OPEN_EXISTING && kOpenAlways == OPEN_ALWAYS &&
-              kTruncateExisting == TRUNCATE_EXISTING && kFileFlagOverlapped == FILE_FLAG_OVERLAPPED &&
-              kFileAttributeNormal == FILE_ATTRIBUTE_NORMAL && kFileBegin == FILE_BEGIN &&
-              kFileCurrent == FILE_CURRENT && kFileEnd == FILE_END &&
+static_assert(kGenericRead == GENERIC_READ && kGenericWrite == GENERIC_WRITE &&
+              kFileShareRead == FILE_SHARE_READ && kFileShareWrite == FILE_SHARE_WRITE &&
+              kCreateNew == CREATE_NEW && kCreateAlways == CREATE_ALWAYS && kOpenExisting == OPEN_EXISTING &&
+              kOpenAlways == OPEN_ALWAYS && kTruncateExisting == TRUNCATE_EXISTING &&
+              kFileFlagOverlapped == FILE_FLAG_OVERLAPPED && kFileAttributeNormal == FILE_ATTRIBUTE_NORMAL &&
+              kFileBegin == FILE_BEGIN && kFileCurrent == FILE_CURRENT && kFileEnd == FILE_END &&
               kInvalidSetFilePointer == INVALID_SET_FILE_POINTER);
 
 namespace {
 
-OVERLAPPED* Native(Overlapped* overlapped) { return reinterpret_cast<OVERLAPPED*>(overlapped); }
+OVERLAPPED* Native(Overlapped* overlapped) {
+  return reinterpret_cast<OVERLAPPED*>(overlapped);
+}
 
 // The routine of each ReadFileEx/WriteFileEx still running, by its Overlapped. The system
 // calls a routine of its own shape back in the issuing thread, which finds ours here.
@@ -67,7 +69,8 @@ bool WriteFile(Handle file, const void* buffer, Dword bytes_to_write, Dword* don
   return ok != FALSE;
 }
 
-bool ReadFileEx(Handle file, void* buffer, Dword bytes_to_read, Overlapped* overlapped, CompletionRoutine routine) {
+bool ReadFileEx(Handle file, void* buffer, Dword bytes_to_read, Overlapped* overlapped,
+                CompletionRoutine routine) {
   if (overlapped == nullptr || routine == nullptr) {
     ::SetLastError(ERROR_INVALID_PARAMETER);
     return false;
@@ -101,9 +104,13 @@ bool HasOverlappedIoCompleted(const Overlapped* overlapped) {
   return *reinterpret_cast<const volatile uintptr_t*>(&overlapped->Internal) != STATUS_PENDING;
 }
 
-bool CancelIo(Handle file) { return ::CancelIo(file) != FALSE; }
+bool CancelIo(Handle file) {
+  return ::CancelIo(file) != FALSE;
+}
 
-bool CancelIoEx(Handle file, Overlapped* overlapped) { return ::CancelIoEx(file, Native(overlapped)) != FALSE; }
+bool CancelIoEx(Handle file, Overlapped* overlapped) {
+  return ::CancelIoEx(file, Native(overlapped)) != FALSE;
+}
 
 Dword SetFilePointer(Handle file, int32_t distance, int32_t* distance_high, Dword move_method) {
   LONG high = distance_high != nullptr ? *distance_high : 0;
@@ -112,6 +119,8 @@ Dword SetFilePointer(Handle file, int32_t distance, int32_t* distance_high, Dwor
   return low;
 }
 
-bool SetEndOfFile(Handle file) { return ::SetEndOfFile(file) != FALSE; }
+bool SetEndOfFile(Handle file) {
+  return ::SetEndOfFile(file) != FALSE;
+}
 
 }  // namespace portwren::os

@@ -4,15 +4,16 @@
 namespace portwren::os {
 
 static_assert(sizeof(DWORD) == sizeof(Dword));
-static_assert(kEvRxChar == EV_RXCHAR && kEvRxFlag == EV_RXFLAG && kEvTxEmpty == EV_TXEMPTY && kEvCts == EV_CTS &&
-              kEvDsr == EV_DSR && kEvRlsd == EV_RLSD && kEvBreak == EV_BREAK && kEvErr == EV_ERR &&
-              kEvRing == EV_RING && kEvPErr == EV_PERR && kEvRx80Full == EV_RX80FULL && kEvEvent1 == EV_EVENT1 &&
-              kEvEvent2 == EV_EVENT2);
-static_assert(kPurgeTxAbort == PURGE_TXABORT && kPurgeRxAbort == PURGE_RXABORT && kPurgeTxClear == PURGE_TXCLEAR &&
-              kPurgeRxClear == PURGE_RXCLEAR);
+static_assert(kEvRxChar == EV_RXCHAR && kEvRxFlag == EV_RXFLAG && kEvTxEmpty == EV_TXEMPTY &&
+              kEvCts == EV_CTS && kEvDsr == EV_DSR && kEvRlsd == EV_RLSD && kEvBreak == EV_BREAK &&
+              kEvErr == EV_ERR && kEvRing == EV_RING && kEvPErr == EV_PERR && kEvRx80Full == EV_RX80FULL &&
+              kEvEvent1 == EV_EVENT1 && kEvEvent2 == EV_EVENT2);
+static_assert(kPurgeTxAbort == PURGE_TXABORT && kPurgeRxAbort == PURGE_RXABORT &&
+              kPurgeTxClear == PURGE_TXCLEAR && kPurgeRxClear == PURGE_RXCLEAR);
 static_assert(kCeRxOver == CE_RXOVER && kCeOverrun == CE_OVERRUN && kCeRxParity == CE_RXPARITY &&
               kCeFrame == CE_FRAME && kCeBreak == CE_BREAK);
-static_assert(kMsCtsOn == MS_CTS_ON && kMsDsrOn == MS_DSR_ON && kMsRingOn == MS_RING_ON && kMsRlsdOn == MS_RLSD_ON);
+static_assert(kMsCtsOn == MS_CTS_ON && kMsDsrOn == MS_DSR_ON && kMsRingOn == MS_RING_ON &&
+              kMsRlsdOn == MS_RLSD_ON);
 static_assert(kDtrControlHandshake == DTR_CONTROL_HANDSHAKE && kRtsControlToggle == RTS_CONTROL_TOGGLE &&
               kSpaceParity == SPACEPARITY && kTwoStopBits == TWOSTOPBITS && kOne5StopBits == ONE5STOPBITS);
 static_assert(kMaxDword == MAXDWORD);
@@ -118,9 +119,13 @@ bool SetCommTimeouts(Handle port, const CommTimeouts* timeouts) {
   return ::SetCommTimeouts(port, &native) != FALSE;
 }
 
-bool SetupComm(Handle port, Dword in_queue, Dword out_queue) { return ::SetupComm(port, in_queue, out_queue) != FALSE; }
+bool SetupComm(Handle port, Dword in_queue, Dword out_queue) {
+  return ::SetupComm(port, in_queue, out_queue) != FALSE;
+}
 
-bool PurgeComm(Handle port, Dword flags) { return ::PurgeComm(port, flags) != FALSE; }
+bool PurgeComm(Handle port, Dword flags) {
+  return ::PurgeComm(port, flags) != FALSE;
+}
 
 bool ClearCommError(Handle port, Dword* errors, ComStat* stat) {
   DWORD native_errors = 0;
@@ -148,7 +153,9 @@ bool GetCommModemStatus(Handle port, Dword* modem_status) {
   return true;
 }
 
-bool SetCommMask(Handle port, Dword event_mask) { return ::SetCommMask(port, event_mask) != FALSE; }
+bool SetCommMask(Handle port, Dword event_mask) {
+  return ::SetCommMask(port, event_mask) != FALSE;
+}
 
 bool GetCommMask(Handle port, Dword* event_mask) {
   DWORD mask = 0;
@@ -160,8 +167,8 @@ bool GetCommMask(Handle port, Dword* event_mask) {
 bool WaitCommEvent(Handle port, Dword* event_mask, Overlapped* overlapped) {
   // The driver writes the mask when the wait completes, possibly long after this call, so the
   // caller's own word is handed down (same size, checked above).
-  return ::WaitCommEvent(port, reinterpret_cast<DWORD*>(event_mask), reinterpret_cast<OVERLAPPED*>(overlapped)) !=
-         FALSE;
+  return ::WaitCommEvent(port, reinterpret_cast<DWORD*>(event_mask),
+                         reinterpret_cast<OVERLAPPED*>(overlapped)) != FALSE;
 }
 
 }  // namespace portwren::os

@@ -1,8 +1,8 @@
+#include <process.h>
+
 #include "platform/os_sync.h"
 #include "platform/os_thread.h"
 #include "platform/win32/windows_proxy.h"
-
-#include <process.h>
 
 namespace portwren::os {
 
@@ -10,19 +10,31 @@ static_assert(kInfinite == INFINITE && kWaitTimeout == WAIT_TIMEOUT && kWaitFail
               kWaitIoCompletion == WAIT_IO_COMPLETION && kWaitAbandoned0 == WAIT_ABANDONED_0 &&
               kMaximumWaitObjects == MAXIMUM_WAIT_OBJECTS && kStillActive == STILL_ACTIVE);
 
-bool CloseHandle(Handle handle) { return ::CloseHandle(handle) != FALSE; }
+bool CloseHandle(Handle handle) {
+  return ::CloseHandle(handle) != FALSE;
+}
 
 Handle CreateEventA(bool manual_reset, bool initial_state) {
   return ::CreateEventA(nullptr, manual_reset, initial_state, nullptr);
 }
 
-bool SetEvent(Handle event) { return ::SetEvent(event) != FALSE; }
-bool ResetEvent(Handle event) { return ::ResetEvent(event) != FALSE; }
+bool SetEvent(Handle event) {
+  return ::SetEvent(event) != FALSE;
+}
+bool ResetEvent(Handle event) {
+  return ::ResetEvent(event) != FALSE;
+}
 
-Handle CreateMutexA(bool initial_owner) { return ::CreateMutexA(nullptr, initial_owner, nullptr); }
-bool ReleaseMutex(Handle mutex) { return ::ReleaseMutex(mutex) != FALSE; }
+Handle CreateMutexA(bool initial_owner) {
+  return ::CreateMutexA(nullptr, initial_owner, nullptr);
+}
+bool ReleaseMutex(Handle mutex) {
+  return ::ReleaseMutex(mutex) != FALSE;
+}
 
-Dword WaitForSingleObject(Handle handle, Dword milliseconds) { return ::WaitForSingleObject(handle, milliseconds); }
+Dword WaitForSingleObject(Handle handle, Dword milliseconds) {
+  return ::WaitForSingleObject(handle, milliseconds);
+}
 
 Dword WaitForMultipleObjects(Dword count, const Handle* handles, bool wait_all, Dword milliseconds) {
   return ::WaitForMultipleObjects(count, handles, wait_all, milliseconds);
@@ -37,7 +49,9 @@ Dword WaitForMultipleObjectsEx(Dword count, const Handle* handles, bool wait_all
   return ::WaitForMultipleObjectsEx(count, handles, wait_all, milliseconds, alertable);
 }
 
-Dword SleepEx(Dword milliseconds, bool alertable) { return ::SleepEx(milliseconds, alertable); }
+Dword SleepEx(Dword milliseconds, bool alertable) {
+  return ::SleepEx(milliseconds, alertable);
+}
 
 // Through the C runtime's thread start, which sets the runtime up for the thread and creates
 // it with CreateThread.

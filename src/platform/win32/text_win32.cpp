@@ -8,8 +8,8 @@ int MultiByteToWideChar(const char* text, int length, WChar* out, int capacity) 
 }
 
 int WideCharToMultiByte(const WChar* text, int length, char* out, int capacity) {
-  return ::WideCharToMultiByte(CP_ACP, 0, reinterpret_cast<const wchar_t*>(text), length, out, capacity, nullptr,
-                               nullptr);
+  return ::WideCharToMultiByte(CP_ACP, 0, reinterpret_cast<const wchar_t*>(text), length, out, capacity,
+                               nullptr, nullptr);
 }
 
 }  // namespace portwren::os
