@@ -1,5 +1,3 @@
-#include <winioctl.h>
-
 #include "platform/os_device_control.h"
 #include "platform/win32/windows_proxy.h"
 

@@ -1,5 +1,3 @@
-#include <setupapi.h>
-
 #include <cstddef>
 
 #include "platform/os_device_enum.h"

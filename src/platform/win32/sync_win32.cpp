@@ -1,5 +1,3 @@
-#include <process.h>
-
 #include "platform/os_sync.h"
 #include "platform/os_thread.h"
 #include "platform/win32/windows_proxy.h"

@@ -1,4 +1,4 @@
-// The one includer of <windows.h>.
+// The one includer of <windows.h> and the system headers that build on it.
 #pragma once
 
 #ifndef WIN32_LEAN_AND_MEAN
@@ -8,6 +8,10 @@
 #define NOMINMAX
 #endif
 #include <windows.h>
+// These need <windows.h> before them.
+#include <process.h>
+#include <setupapi.h>
+#include <winioctl.h>
 
 // Macros that would rewrite functions of the same name in the platform layer.
 #undef HasOverlappedIoCompleted
