@@ -72,8 +72,8 @@ class SysfsListingTest : public ::testing::Test {
     Link(pnp + "/00:01:0/driver", "../../../../bus/serial-base/drivers/ctrl");
     Link(pnp + "/00:01:0/00:01:0.0/subsystem", "../../../../../bus/serial-base");
     Link(pnp + "/00:01:0/00:01:0.0/driver", "../../../../../bus/serial-base/drivers/port");
-    Tty(pnp + "/00:01:0/00:01:0.0", "ttyS0");
-    File(pnp + "/00:01:0/00:01:0.0/tty/ttyS0/type", "4\n");
+    Tty(pnp + "/00:01:0/00:01:0.0", "ttyS4");
+    File(pnp + "/00:01:0/00:01:0.0/tty/ttyS4/type", "4\n");
     // A UART slot with nothing behind it, and virtual terminals.
     Link("sys/devices/platform/serial8250/driver", "../../../bus/platform/drivers/serial8250");
     Tty("sys/devices/platform/serial8250", "ttyS1");
@@ -108,7 +108,7 @@ TEST_F(SysfsListingTest, ListsTheSerialDevicesInBlocks) {
                 "<#2>\n"
                 "    Friendly name: Serial port (PNP0501)\n"
                 "    Service name : serial\n"
-                "    DevOpenPath  : \"/dev/ttyS0\"\n"
+                "    DevOpenPath  : \"/dev/ttyS4\"\n"
                 "    Devinstpath  : /sys/devices/pnp0/00:01/00:01:0/00:01:0.0\n"
                 "<#3>\n"
                 "    Friendly name: FT232R USB UART\n"
