@@ -19,16 +19,7 @@ exe=$(realpath "$exe")
 command -v socat >/dev/null || { echo "demo: socat is not installed (make demo installs it)" >&2; exit 2; }
 relay=$(realpath "$relay")
 
-work=$(mktemp -d)
-pids=()
-cleanup() {
-  exec 3>&- 2>/dev/null
-  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null; done
-  for pid in "${pids[@]}"; do wait "$pid" 2>/dev/null; done
-  rm -rf "$work"
-}
-trap cleanup EXIT
-trap 'exit 130' INT TERM
+source "$(dirname "${BASH_SOURCE[0]}")/process_scope.sh"
 
 say() { printf '\n=== %s\n' "$*"; }
 

@@ -24,16 +24,7 @@ mild_short=$(awk "BEGIN{print int(2000*$scale)}")
 mild_long=$(awk "BEGIN{print int(14000*$scale)}")
 cap=32000  # --echo-rwbufx (2) x 16000: what portwren's client keeps in flight in urge mode
 
-work=$(mktemp -d)
-pids=()
-cleanup() {
-  exec 3>&- 2>/dev/null
-  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null; done
-  for pid in "${pids[@]}"; do wait "$pid" 2>/dev/null; done
-  rm -rf "$work"
-}
-trap cleanup EXIT
-trap 'exit 130' INT TERM
+source "$(dirname "${BASH_SOURCE[0]}")/process_scope.sh"
 status=0
 
 die() {

@@ -12,16 +12,7 @@ stall_limit=5
 [ -x "$exe" ] || { echo "stress: $exe is not an executable" >&2; exit 2; }
 command -v socat >/dev/null || { echo "stress: socat is not installed" >&2; exit 2; }
 
-work=$(mktemp -d)
-pids=()
-cleanup() {
-  exec 3>&- 4>&- 2>/dev/null
-  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null; done
-  for pid in "${pids[@]}"; do wait "$pid" 2>/dev/null; done
-  rm -rf "$work"
-}
-trap cleanup EXIT
-trap 'exit 130' INT TERM
+source "$(dirname "${BASH_SOURCE[0]}")/process_scope.sh"
 
 fail() {
   echo "stress: FAIL: $*"
