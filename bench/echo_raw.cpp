@@ -10,7 +10,9 @@
 // near end it uses itself: a direct line to a program that opens the link. --delay-ms gives that
 // program time to start before the client sends.
 //
-// The client prints one line: "raw: bytes=B seconds=S mbps=M round_trips_per_s=R cpu_s=C".
+// The client prints one line: "raw: bytes=B seconds=S mbps=M round_trips_per_s=R cpu_s=C"; with
+// --lockstep it times each round trip (write started to echo complete) and then prints the same
+// latency lines as portwren's mild-mode client, the first "Round trip latency (us): count ...".
 // The server prints "raw server: bytes=B cpu_s=C" when it ends. CPU is user + system time.
 #include <fcntl.h>
 #include <poll.h>
@@ -33,6 +35,7 @@
 #include <vector>
 
 #include "echo/chunk_format.h"
+#include "echo/latency_stats.h"
 
 namespace {
 
@@ -137,9 +140,11 @@ int Client(int fd, size_t chunk, uint64_t total, size_t cap, bool lockstep) {
     }
   });
   uint64_t sent = 0;
+  std::vector<uint32_t> round_trips_us;
   while (sent < total && !g_stop) {
     const size_t size = static_cast<size_t>(std::min<uint64_t>(chunk, total - sent));
     while (sent + size - received.load() > cap && !g_stop) std::this_thread::yield();
+    const int64_t pushed_us = portwren::LatencyClockUs();
     size_t done = 0;
     while (done < size) {
       const ssize_t put = write(fd, out.data() + done, size - done);
@@ -151,6 +156,13 @@ int Client(int fd, size_t chunk, uint64_t total, size_t cap, bool lockstep) {
       }
     }
     sent += size;
+    if (lockstep) {
+      // In lock-step the chunk's echo is all that can come back next.
+      while (received.load() < sent && !g_stop) std::this_thread::yield();
+      if (received.load() >= sent) {
+        round_trips_us.push_back(static_cast<uint32_t>(portwren::LatencyClockUs() - pushed_us));
+      }
+    }
   }
   reader.join();
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
@@ -158,6 +170,11 @@ int Client(int fd, size_t chunk, uint64_t total, size_t cap, bool lockstep) {
   std::printf("raw: bytes=%llu seconds=%.3f mbps=%.2f round_trips_per_s=%.0f cpu_s=%.3f\n",
               static_cast<unsigned long long>(received.load()), seconds,
               static_cast<double>(received.load()) / seconds / 1e6, chunks / seconds, CpuSeconds());
+  if (lockstep) {
+    for (const std::string& line : portwren::LatencyLines(portwren::SummarizeLatency(round_trips_us))) {
+      std::printf("%s\n", line.c_str());
+    }
+  }
   return received.load() >= total ? 0 : 1;
 }
 

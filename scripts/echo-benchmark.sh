@@ -7,6 +7,8 @@
 #   mild, 64-byte chunks:    round trips per second, goal >= 0.80 of raw
 #   --echo-need-log on both sides against none (socat): goal >= 0.50
 #   CPU time of client plus server per MB moved, beside the raw pair's
+#   mild round-trip latency (count, min, median, p90, p99, max in us) of portwren's client and of
+#   the raw lock-step pair, side by side (no goal: they are figures to read)
 # portwren's fixed costs (start-up, the client's 500 ms port clearing) are taken out by timing two
 # runs of different lengths and dividing the difference in bytes by the difference in time.
 # Usage: scripts/echo-benchmark.sh <echo_raw binary> <portwren binary>
@@ -115,13 +117,20 @@ pw_urge() {
   cpu_mb=$(awk "BEGIN{print ($c2 + $s1 - $s0) / ($urge_long / 1e6)}")
 }
 
-# Mild round trips per second of portwren's client.
+# The figures of the first "Round trip latency (us): ..." line in a file (portwren's mild client
+# and the raw lock-step client print the same line).
+latency_of() {
+  sed -n 's/.*Round trip latency (us): //p' "$1" | head -n 1
+}
+
+# Mild round trips per second of portwren's client; latency: the long run's figures.
 pw_mild() {
   local port=$1
   pw_client c "$port" $((mild_short * 64)) -k 64 -K 64
   local t1=$run_s
   pw_client c "$port" $((mild_long * 64)) -k 64 -K 64
   result=$(awk "BEGIN{print ($mild_long - $mild_short) / ($run_s - $t1)}")
+  latency=$(latency_of "$work/cli.out")
 }
 
 # The raw client: urge or mild, on a port or (extra --pty --delay-ms) a direct pair it makes.
@@ -139,6 +148,7 @@ raw_client() {
   else
     out=$("$raw" client "$port" --chunk 64 --bytes $((mild_long * 64)) --lockstep "$@") || die "raw client: $out"
     result=$(echo "$out" | sed -n 's/.*round_trips_per_s=\([0-9.]*\).*/\1/p')
+    latency=$(latency_of <(echo "$out"))
   fi
 }
 
@@ -153,6 +163,11 @@ row() {
   printf '  %-46s %10.1f %10.1f %-5s  ratio %s (goal >= %s) %s\n' "$name" "$base" "$ours" "$unit" "$ratio" "$goal" "$verdict"
 }
 
+# One latency row: who, and the figures of its "Round trip latency (us)" line.
+latency_row() {
+  printf '    %-44s %s\n' "$1" "${2:-(no latency line)}"
+}
+
 echo "echo benchmark (scale $scale): urge ${urge_long} bytes in 16000-byte chunks, mild ${mild_long} chunks of 64 bytes"
 printf '  %-46s %10s %10s\n' "" "raw" "portwren"
 
@@ -162,14 +177,14 @@ start_raw_server "$work/far"
 raw_client urge "$work/near"
 raw_urge=$result raw_cpu=$cpu_mb
 raw_client mild "$work/near"
-raw_mild=$result
+raw_mild=$result raw_lat=$latency
 stop_raw_server
 
 start_pw_server "$work/far"
 pw_urge "$work/near"
 pw_urge_socat=$result pw_cpu=$cpu_mb
 pw_mild "$work/near"
-pw_mild_socat=$result
+pw_mild_socat=$result pw_lat_socat=$latency
 stop_pw_server
 
 start_pw_server "$work/far" --echo-need-log
@@ -183,17 +198,20 @@ row "urge 16000-byte chunks, MB/s" "$raw_urge" "$pw_urge_socat" 0.90 MB/s
 row "mild 64-byte chunks, round trips/s" "$raw_mild" "$pw_mild_socat" 0.80 rt/s
 row "urge with --echo-need-log both sides, MB/s" "$pw_urge_socat" "$pw_logs" 0.50 MB/s
 printf '  %-46s %10.3f %10.3f  (with logs %.3f)\n' "CPU s per MB, client + server" "$raw_cpu" "$pw_cpu" "$pw_logs_cpu"
+echo "  mild 64-byte chunks, round-trip latency (us):"
+latency_row "raw lock-step pair" "$raw_lat"
+latency_row "portwren client and server" "$pw_lat_socat"
 
 # --- direct pair: the raw program holds one end, portwren or raw the other.
 start_raw_server "$work/direct" --pty
 raw_client urge "$work/direct"
 d_raw_urge=$result d_raw_cpu=$cpu_mb
 raw_client mild "$work/direct"
-d_raw_mild=$result
+d_raw_mild=$result d_raw_lat=$latency
 pw_urge "$work/direct"
 d_pw_cli_urge=$result d_pw_cli_cpu=$cpu_mb
 pw_mild "$work/direct"
-d_pw_cli_mild=$result
+d_pw_cli_mild=$result d_pw_cli_lat=$latency
 stop_raw_server
 
 # The raw client makes the pair and waits until portwren's server has opened the far end.
@@ -211,6 +229,7 @@ direct_server_run --chunk 16000 --bytes "$urge_long" --cap $cap
 d_pw_srv_urge=$(sed -n 's/.*mbps=\([0-9.]*\).*/\1/p' "$work/raw_cli.out")
 direct_server_run --chunk 64 --bytes $((mild_long * 64)) --lockstep
 d_pw_srv_mild=$(sed -n 's/.*round_trips_per_s=\([0-9.]*\).*/\1/p' "$work/raw_cli.out")
+d_pw_srv_lat=$(latency_of "$work/raw_cli.out")
 
 echo "over a direct pseudo-terminal pair (raw on the other end):"
 row "urge, portwren client, MB/s" "$d_raw_urge" "$d_pw_cli_urge" 0.90 MB/s
@@ -218,4 +237,8 @@ row "urge, portwren server, MB/s" "$d_raw_urge" "$d_pw_srv_urge" 0.90 MB/s
 row "mild, portwren client, round trips/s" "$d_raw_mild" "$d_pw_cli_mild" 0.80 rt/s
 row "mild, portwren server, round trips/s" "$d_raw_mild" "$d_pw_srv_mild" 0.80 rt/s
 printf '  %-46s %10.3f %10.3f\n' "CPU s per MB, client + server (portwren client)" "$d_raw_cpu" "$d_pw_cli_cpu"
+echo "  mild 64-byte chunks, round-trip latency (us):"
+latency_row "raw lock-step pair" "$d_raw_lat"
+latency_row "portwren client, raw server" "$d_pw_cli_lat"
+latency_row "raw lock-step client, portwren server" "$d_pw_srv_lat"
 exit $status

@@ -63,6 +63,7 @@ constexpr LongOption kLongOptions[] = {
     {"print-devstate-on-dsr", kNoArgument, nullptr, kOptPrintDevstateOnDsr},
     {"json-results", kRequiredArgument, nullptr, kOptJsonResults},
     {"nonzero-on-fail", kNoArgument, nullptr, kOptNonzeroOnFail},
+    {"hold-break", kRequiredArgument, nullptr, kOptHoldBreak},
     {nullptr, kNoArgument, nullptr, 0},
 };
 
@@ -211,6 +212,7 @@ constexpr OptionAction kOptionActions[] = {
     {kOptJsonResults, [](const char* v, int32_t,
                          ParseState&) { CopyText(g_json_results_path, sizeof g_json_results_path, v); }},
     {kOptNonzeroOnFail, [](const char*, int32_t, ParseState&) { g_nonzero_on_fail = true; }},
+    {kOptHoldBreak, [](const char*, int32_t n, ParseState&) { g_hold_break = n; }},
 };
 
 void ApplyOption(int code, const char* value, int32_t number, ParseState& state) {
@@ -269,6 +271,11 @@ bool SettingsAreValid() {
   if (outside_chunk_bounds(g_echo_chunk_minbytes)) {
     std::printf("-k or --echo-chunk-minbytes has bad argument(should between %d and %d)\n",
                 kEchoChunkLeastBytes, kEchoChunkMostBytes);
+    ok = false;
+  }
+  if (g_hold_break < kHoldBreakLeastMsec || g_hold_break > kHoldBreakMostMsec) {
+    std::printf("--hold-break has bad argument(should between %d and %d)\n", kHoldBreakLeastMsec,
+                kHoldBreakMostMsec);
     ok = false;
   }
   return ok;

@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "format/console_log.h"
+#include "port/line_use.h"
 #include "support/run_settings.h"
 
 namespace portwren {
@@ -46,9 +48,24 @@ double Rate(uint64_t bytes, double seconds) {
   return seconds > 0 ? static_cast<double>(bytes) / seconds : 0.0;
 }
 
+// On a line with a real baud rate: the rate against the most the line carries, printed after the
+// run's other lines and kept for the result line.
+void ReportLineUse(os::Handle port, uint64_t bytes, double seconds, JsonLine& line) {
+  LineUse use;
+  if (seconds <= 0 || !MeasureLineUse(port, Rate(bytes, seconds), &use)) return;
+  LogPrint("%s", LineUseText(use).c_str());
+  line.BeginObject("line_use")
+      .Uint("baud", use.baud)
+      .Text("framing", use.framing)
+      .Real("limit_bytes_per_s", use.limit_bytes_per_s)
+      .Real("bytes_per_s", use.bytes_per_s)
+      .Real("percent", use.percent)
+      .EndObject();
+}
+
 }  // namespace
 
-void ReportEchoClientRun(os::Handle, bool mild, const RunTimes& times, const EchoClientReport& report,
+void ReportEchoClientRun(os::Handle port, bool mild, const RunTimes& times, const EchoClientReport& report,
                          bool passed) {
   if (mild && report.latency_measured) {
     for (const std::string& text : LatencyLines(report.latency)) std::printf("%s\n", text.c_str());
@@ -78,11 +95,13 @@ void ReportEchoClientRun(os::Handle, bool mild, const RunTimes& times, const Ech
       .Real("rate_bytes_per_s", Rate(report.bytes_received, times.Seconds()));
   AddError(line, report.has_error, report.error);
   if (mild && report.latency_measured) AddLatency(line, report.latency);
+  ReportLineUse(port, report.bytes_received, report.transfer_seconds, line);
   line.Text("verdict", passed ? "pass" : "fail");
   RecordRun(passed, line);
 }
 
-void ReportEchoServerRun(int32_t chunk_max, const RunTimes& times, const EchoServerReport& report) {
+void ReportEchoServerRun(os::Handle port, int32_t chunk_max, const RunTimes& times,
+                         const EchoServerReport& report) {
   const bool passed = report.started && !report.wrong_data && !report.ended_on_error;
   JsonLine line = ResultLine("echo_server", times);
   line.BeginObject("settings")
@@ -102,6 +121,7 @@ void ReportEchoServerRun(int32_t chunk_max, const RunTimes& times, const EchoSer
       .Bool("wrong_data", report.wrong_data)
       .Bool("ended_on_error", report.ended_on_error);
   AddError(line, report.has_error, report.error);
+  ReportLineUse(port, report.bytes_echoed, report.echo_seconds, line);
   line.Text("verdict", passed ? "pass" : "fail");
   RecordRun(passed, line);
 }

@@ -50,7 +50,7 @@ bool EchoServerKey(MainLine& line) {
                 &ZeroKeyTaken, &report);
   times.Finish();
   LogStamp("Echo server stopped.");
-  ReportEchoServerRun(chunk_max, times, report);
+  ReportEchoServerRun(line.port, chunk_max, times, report);
   ApplyTimeouts(line.port);
   line.echo_log_out.FlushAndClose();
   line.echo_log_in.FlushAndClose();

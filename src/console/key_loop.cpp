@@ -1,11 +1,13 @@
 #include "console/key_loop.h"
 
 #include <cstdio>
+#include <span>
 
 #include "console/driver_keys.h"
 #include "console/echo_keys.h"
 #include "console/echo_server_key.h"
 #include "console/key_source.h"
+#include "console/line_keys.h"
 #include "console/monitor_keys.h"
 #include "driver/device_state.h"
 #include "format/console_log.h"
@@ -139,6 +141,13 @@ After EchoClient(MainLine& line) {
   return RunEchoClientKey(line, kMild) ? After::kPrompt : After::kNextPass;
 }
 
+// A key that acts on the port alone and always brings the prompt.
+template <void (*kRun)(os::Handle)>
+After PortKey(MainLine& line) {
+  kRun(line.port);
+  return After::kPrompt;
+}
+
 constexpr KeyBinding kKeyTable[] = {
     {os::kKeyEsc, &Quit},      {'X', &QuitAndReopen},      {'?', &Help},        {'r', &ReadPreset},
     {'R', &ReadCustom},        {'w', &WritePreset},        {'W', &WriteCustom}, {'i', &ReportState},
@@ -148,9 +157,18 @@ constexpr KeyBinding kKeyTable[] = {
     {'S', &EchoServer},
 };
 
+// Later additions: keys the table above leaves free.
+constexpr KeyBinding kAddedKeyTable[] = {
+    {'D', &PortKey<&SetDtrKey>},   {'d', &PortKey<&ClearDtrKey>}, {'U', &PortKey<&SetRtsKey>},
+    {'u', &PortKey<&ClearRtsKey>}, {'B', &PortKey<&BreakKey>},
+};
+
 After Dispatch(MainLine& line, int key) {
-  for (const KeyBinding& binding : kKeyTable) {
-    if (binding.key == key) return binding.action(line);
+  using Table = std::span<const KeyBinding>;
+  for (const Table table : {Table(kKeyTable), Table(kAddedKeyTable)}) {
+    for (const KeyBinding& binding : table) {
+      if (binding.key == key) return binding.action(line);
+    }
   }
   RunDriverKey(line.port, key);  // any other key only brings the prompt
   return After::kPrompt;
@@ -182,6 +200,8 @@ void PrintKeyHelp() {
       " X : Quit portwren and do a deliberate CreateFile().",
   };
   for (const char* text : kLines) std::printf("%s\n", text);
+  // Later additions, after every line above.
+  PrintLineKeyHelp();
 }
 
 void RunKeyLoop(MainLine& line) {

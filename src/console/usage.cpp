@@ -63,6 +63,8 @@ void PrintUsage() {
   // Later additions, after the lines above.
   std::printf("  --json-results=<file> (one JSON line per echo run and at the session's end)\n");
   std::printf("  --nonzero-on-fail (exit code 3 when a test run of the session failed)\n");
+  std::printf("  --hold-break=<ms> (how long the B key holds the line in BREAK, %d to %d, default %d)\n",
+              kHoldBreakLeastMsec, kHoldBreakMostMsec, kDefaultHoldBreakMsec);
 }
 
 void PathHint(const char* path) {

@@ -1,5 +1,6 @@
 #include "echo/echo_client.h"
 
+#include <chrono>
 #include <new>
 
 #include "echo/chunk_format.h"
@@ -152,6 +153,7 @@ bool RunEchoClient(os::Handle port, uint64_t byte_limit, uint32_t min_chunk, uin
   }
   if (!CreateRunObjects(context)) return false;
 
+  const auto transfer_start = std::chrono::steady_clock::now();
   const HandleHolder pusher(StartThread(&EchoPushingThread, &context, 0, nullptr));
   if (!pusher) return false;
   const HandleHolder puller(StartThread(&EchoPullingThread, &context, 0, nullptr));
@@ -167,7 +169,11 @@ bool RunEchoClient(os::Handle port, uint64_t byte_limit, uint32_t min_chunk, uin
     if (os::WaitForMultipleObjects(2, workers, true, kSuperviseWaitMs) == os::kWaitObject0) break;
     supervisor.PrintStatistics();
   }
-  if (report != nullptr) FillReport(context, report);
+  if (report != nullptr) {
+    FillReport(context, report);
+    report->transfer_seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - transfer_start).count();
+  }
   return context.push_result.load() == kWorkerEndedWell && context.pull_result.load() == kWorkerEndedWell;
 }
 

@@ -47,6 +47,7 @@ struct EchoClientReport {
   EchoErrorNote error;
   bool latency_measured = false;  // mild mode only
   LatencySummary latency;
+  double transfer_seconds = 0;  // from the workers' start to their end, without the port's set-up
 };
 
 struct EchoServerReport {
@@ -59,6 +60,7 @@ struct EchoServerReport {
   bool ended_on_error = false;  // an error ended the chain of requests
   bool has_error = false;
   EchoErrorNote error;
+  double echo_seconds = 0;  // from the first chunk head read to the last echo, without the wait before
 };
 
 }  // namespace portwren

@@ -1,5 +1,6 @@
 #include "echo/echo_server.h"
 
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -86,6 +87,11 @@ class EchoServer {
   uint64_t bytes_received_ = 0;
   uint64_t chunks_echoed_ = 0;
   uint64_t bytes_echoed_ = 0;
+
+  // From the first head read to the last echo: the span the server's rate is judged over.
+  std::chrono::steady_clock::time_point first_read_;
+  std::chrono::steady_clock::time_point last_echo_;
+  bool first_read_seen_ = false;
 
   os::Dword key_tick_ = 0;
   bool timing_ = false;
@@ -212,6 +218,10 @@ EchoServer::Next EchoServer::ReadDone(os::Dword error, os::Dword bytes) {
                 read_fill_ + static_cast<int32_t>(bytes));
     return Next::kEnd;
   }
+  if (!first_read_seen_) {
+    first_read_seen_ = true;
+    first_read_ = std::chrono::steady_clock::now();
+  }
   const ChunkHead head = ReadChunkHead(read_buffer_.get());
   if (read_fill_ == 0) {
     read_fill_ = kEchoHeadSize;
@@ -278,6 +288,7 @@ EchoServer::Next EchoServer::WriteDone(os::Dword error, os::Dword bytes) {
   }
   bytes_echoed_ += bytes;
   ++chunks_echoed_;
+  last_echo_ = std::chrono::steady_clock::now();
   writing_ = false;
   return Next::kAdvance;
 }
@@ -343,6 +354,9 @@ void EchoServer::FillReport() const {
   report_->bytes_received = bytes_received_;
   report_->chunks_echoed = chunks_echoed_;
   report_->bytes_echoed = bytes_echoed_;
+  if (first_read_seen_ && chunks_echoed_ > 0) {
+    report_->echo_seconds = std::chrono::duration<double>(last_echo_ - first_read_).count();
+  }
 }
 
 }  // namespace

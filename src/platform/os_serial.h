@@ -111,6 +111,15 @@ inline constexpr Dword kMsDsrOn = 0x20;
 inline constexpr Dword kMsRingOn = 0x40;
 inline constexpr Dword kMsRlsdOn = 0x80;
 
+// EscapeCommFunction functions, numbered as Windows numbers them. The others Windows has (the
+// XON/XOFF ones, RESETDEV) are not offered here.
+inline constexpr Dword kSetRts = 3;
+inline constexpr Dword kClrRts = 4;
+inline constexpr Dword kSetDtr = 5;
+inline constexpr Dword kClrDtr = 6;
+inline constexpr Dword kSetBreak = 8;
+inline constexpr Dword kClrBreak = 9;
+
 bool GetCommState(Handle port, Dcb* dcb);
 bool SetCommState(Handle port, const Dcb* dcb);  // false + kErrInvalidParameter for a bad Dcb
 bool GetCommTimeouts(Handle port, CommTimeouts* timeouts);
@@ -123,5 +132,16 @@ bool SetCommMask(Handle port, Dword event_mask);
 bool GetCommMask(Handle port, Dword* event_mask);
 // Overlapped ports need an Overlapped; *event_mask is written when the wait completes.
 bool WaitCommEvent(Handle port, Dword* event_mask, Overlapped* overlapped);
+// Raises or drops DTR or RTS, or starts or ends a break. A line that a handshake mode of the Dcb
+// drives cannot be set by hand (87); a device without modem lines answers 50.
+bool EscapeCommFunction(Handle port, Dword function);
+// The line held in the break state until ClearCommBreak.
+bool SetCommBreak(Handle port);
+bool ClearCommBreak(Handle port);
+
+// Not a Windows call: whether the port's bytes cross a line at its baud rate, so that a rate can
+// be judged against it. False for a pseudo-terminal, where the baud rate means nothing, and for
+// a handle that is no serial port.
+bool BaudRateIsReal(Handle port);
 
 }  // namespace portwren::os

@@ -98,13 +98,7 @@ const char* ModemLinesText(uint32_t status, bool full) {
   return text;
 }
 
-void PrintCommState(os::Handle port) {
-  os::Dcb dcb;
-  if (os::GetCommState(port, &dcb)) {
-    PrintDcb(dcb);
-  } else {
-    WinErrTick(0, "GetCommState() fails.");
-  }
+void PrintModemLines(os::Handle port) {
   os::Dword status = 0;
   if (os::GetCommModemStatus(port, &status)) {
     LogPrint("Modem lines: %s", ModemLinesText(status, true));
@@ -112,6 +106,16 @@ void PrintCommState(os::Handle port) {
   } else {
     WinErrTick(0, "GetCommModemStatus() fails.");
   }
+}
+
+void PrintCommState(os::Handle port) {
+  os::Dcb dcb;
+  if (os::GetCommState(port, &dcb)) {
+    PrintDcb(dcb);
+  } else {
+    WinErrTick(0, "GetCommState() fails.");
+  }
+  PrintModemLines(port);
   // The VCOM's device state follows here, whatever happened above: PrintDeviceState(port).
 }
 

@@ -10,6 +10,8 @@ namespace portwren {
 
 // The DCB and the modem lines, each whatever happened to the other; the device state follows.
 void PrintCommState(os::Handle port);
+// The modem-line part of that report: the lines, or the failure of GetCommModemStatus.
+void PrintModemLines(os::Handle port);
 
 // "CTS on,DSR off" and, when full, " DCD off,RING off" after it. The text lives in a buffer
 // of the calling thread, rewritten by its next call.

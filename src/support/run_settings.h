@@ -25,6 +25,10 @@ inline constexpr int kFirstKeysCapacity = 34;  // 33 keys and the NUL
 inline constexpr int kJsonResultsPathCapacity = 260;
 // Marks the end of the first keys: the key before it repeats until Enter or ESC.
 inline constexpr char kRepeatKeyMarker = static_cast<char>(0xFF);
+// How long the B key holds the line in the break state, and the bounds of --hold-break.
+inline constexpr int32_t kDefaultHoldBreakMsec = 250;
+inline constexpr int32_t kHoldBreakLeastMsec = 1;
+inline constexpr int32_t kHoldBreakMostMsec = 10000;
 
 struct RunSettings {
   char dev_open_path[kDevOpenPathCapacity] = {};
@@ -83,6 +87,8 @@ struct RunSettings {
   // Results a machine reads.
   char json_results_path[kJsonResultsPathCapacity] = {};
   bool nonzero_on_fail = false;
+  // Line control.
+  int32_t hold_break = kDefaultHoldBreakMsec;
 
   bool operator==(const RunSettings&) const = default;
 };
@@ -150,6 +156,7 @@ inline auto& g_custom_write_bytes = g_run_settings.custom_write_bytes;
 inline auto& g_log_buffer_bytes = g_run_settings.log_buffer_bytes;
 inline auto& g_json_results_path = g_run_settings.json_results_path;
 inline auto& g_nonzero_on_fail = g_run_settings.nonzero_on_fail;
+inline auto& g_hold_break = g_run_settings.hold_break;
 
 // Write-timeout constant of the echo client's and server's own timeouts: --wtoc when given,
 // else MAXDWORD-1.

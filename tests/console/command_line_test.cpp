@@ -174,8 +174,11 @@ TEST(ParseCommandLine, AcceptedCommandLinesAndTheirSettings) {
         IS(g_waitcommevent_delay0, 0xFFFFFFFFu), IS(g_no_port_mode, false)}},
       {{"COM3", "--echo-maxbytes=5000000000"}, {IS(g_echo_maxbytes64, 5000000000LL)}},
       // The later options, abbreviated to their first letter.
-      {{"COM3", "--j=r.jsonl", "--n"},
-       {IS(g_json_results_path, std::string("r.jsonl")), IS(g_nonzero_on_fail, true)}},
+      {{"COM3", "--j=r.jsonl", "--n", "--h=10000"},
+       {IS(g_json_results_path, std::string("r.jsonl")), IS(g_nonzero_on_fail, true),
+        IS(g_hold_break, 10000)}},
+      {{"COM3"}, {IS(g_hold_break, 250)}},
+      {{"COM3", "--hold-break", "1"}, {IS(g_hold_break, 1)}},
   };
   for (const Accepted& c : cases) {
     SCOPED_TRACE(testing::PrintToString(c.args));
@@ -212,6 +215,7 @@ TEST(ParseCommandLine, RefusedCommandLinesAndWhatTheyPrint) {
   const std::string k_order = "-k value must not be larger than -K value.\n";
   const std::string no_port = "You do not pass in an argument as COM port device name.\n";
   const std::string two_ports = "You pass in more than one argument as COM port device name.\n";
+  const std::string bad_hold = "--hold-break has bad argument(should between 1 and 10000)\n";
   const struct {
     std::vector<std::string> args;
     std::string out;
@@ -241,6 +245,11 @@ TEST(ParseCommandLine, RefusedCommandLinesAndWhatTheyPrint) {
            "--baudrate or -B has bad argument(should>0)\n"
            "-m or --echo-maxbytes has bad argument(should>0)\n" +
            big_k + small_k},
+      // The break's hold, in bounds; text is 0.
+      {{"COM3", "--hold-break=0"}, bad_hold},
+      {{"COM3", "--hold-break=10001"}, bad_hold},
+      {{"COM3", "--hold-break=-5"}, bad_hold},
+      {{"COM3", "--hold-break=long"}, bad_hold},
       {{"COM3", "--bytesrw"}, "Long option '--bytesrw' missing an argument\n"},
       {{"COM3", "--first-key"}, "Long option '--first-key' missing an argument\n"},
       // An abbreviation lacking its value is not recognised by that test.
@@ -296,7 +305,7 @@ TEST(ParseCommandLine, EveryOptionMovesASettingAndResetRestoresThem) {
   }
 }
 
-TEST(LongOptionTable, CodesAreTheLettersAndOneCodeEachFrom128To166) {
+TEST(LongOptionTable, CodesAreTheLettersAndOneCodeEachFrom128To167) {
   std::set<int> long_only;
   std::string letters;
   int entries = 0;
@@ -308,11 +317,11 @@ TEST(LongOptionTable, CodesAreTheLettersAndOneCodeEachFrom128To166) {
       letters.push_back(static_cast<char>(o->val));
     }
   }
-  EXPECT_EQ(entries, 45);
+  EXPECT_EQ(entries, 46);
   EXPECT_EQ(letters, "bcBmKk");
-  ASSERT_EQ(long_only.size(), 39u);
+  ASSERT_EQ(long_only.size(), 40u);
   EXPECT_EQ(*long_only.begin(), 128);
-  EXPECT_EQ(*long_only.rbegin(), 166);
+  EXPECT_EQ(*long_only.rbegin(), 167);
   EXPECT_EQ(std::strcmp(LongOptionTable()[0].name, "readonly"), 0);
   EXPECT_EQ(LongOptionTable()[0].val, 128);
   EXPECT_EQ(LongOptionTable()[42].val, 164);

@@ -105,6 +105,13 @@ TEST_P(CommandLineEndToEnd, RefusedValuesAreAllReported) {
   EXPECT_EQ(r.exit_code, 1);
 }
 
+TEST_P(CommandLineEndToEnd, BreakHoldOutOfBoundsIsRefused) {
+  const ProcessResult r = Run({"COM3", "--hold-break=0"});
+  EXPECT_EQ(r.out,
+            std::string(kBanner) + "--hold-break has bad argument(should between 1 and 10000)\n" + kHelpHint);
+  EXPECT_EQ(r.exit_code, 1);
+}
+
 TEST_P(CommandLineEndToEnd, AmbiguousLongOption) {
   const ProcessResult r = Run({"COM3", "--rto=5"});
   EXPECT_EQ(r.out, std::string(kBanner) + "Bad long option '--rto=5'\n" + kHelpHint);

@@ -59,7 +59,11 @@ TEST_F(KeyLoopEndToEnd, StartUpSummaryFirstKeysHelpAndEsc) {
                 " @ : Vbus write test. Expect to fail with non-Administrator. (! for read test)\n"
                 " # : Start/Stop background read-COM thread, so you can do R/W simultaneously.\n"
                 " < > | : Enable/Disable/Query VCOM one-time temporal lifemode.\n"
-                " X : Quit portwren and do a deliberate CreateFile().\n" +
+                " X : Quit portwren and do a deliberate CreateFile().\n"
+                // Later additions, after the lines above.
+                " D d : Set/Clear DTR with EscapeCommFunction().\n"
+                " U u : Set/Clear RTS with EscapeCommFunction().\n"
+                " B : Send a BREAK of --hold-break ms with SetCommBreak()/ClearCommBreak().\n" +
                 KeyPrompt(1) + "First-key auto input(#1): 'z'\n" + KeyPrompt(2) + kEscLines + kClosedLines,
             r.out);
 }

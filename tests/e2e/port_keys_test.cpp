@@ -1,5 +1,5 @@
 // The built program on one end of a pseudo-terminal pair with piped keys, the test holding the far
-// end: what the read, write, purge, clearing, queue and state keys print and what crosses the line.
+// end: what the read, write, purge, clearing, queue, state and line keys print and what crosses the line.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -289,6 +289,27 @@ TEST_F(PortKeysEndToEnd, StateReportShowsTheDcbAndFollowsTheCtsFlowKeys) {
                       "Got 'f'.\nSetCommState() .fOutxCtsFlow=0 Success.\n" + KeyPrompt(4),
                       "Got 'i'.\n" + PtyDcbLines(false) + modem, KeyPrompt(5) + kEscLines + kClosedLines});
   EXPECT_EQ(std::string::npos, out.find("WrongValue")) << out;
+}
+
+// A pseudo-terminal has no modem lines: each line key reports its refusal, then the modem lines
+// (their own refusal); it takes a break, held for --hold-break ms.
+TEST_F(PortKeysEndToEnd, LineKeysReportTheirCallThenTheModemLines) {
+  const auto start = std::chrono::steady_clock::now();
+  const ProcessResult r = Run({port(), "--hold-break=400"}, "DdUuB\x1b");
+  const auto took = std::chrono::steady_clock::now() - start;
+  const std::string no_lines = " [T] GetCommModemStatus() fails. WinErr=50(UnknownWinErrCode)\n";
+  const auto refused = [&](char key, const char* function) {
+    return std::string("Got '") + key + "'.\n [T] EscapeCommFunction(" + function +
+           ") fails. WinErr=50(UnknownWinErrCode)\n" + no_lines;
+  };
+  EXPECT_EQ(refused('D', "SETDTR") + KeyPrompt(1) + refused('d', "CLRDTR") + KeyPrompt(2) +
+                refused('U', "SETRTS") + KeyPrompt(3) + refused('u', "CLRRTS") + KeyPrompt(4) +
+                "Got 'B'.\n [D.ms] SetCommBreak() Success. Holding BREAK 400 ms...\n"
+                " [D.ms] ClearCommBreak() Success.\n" +
+                no_lines + KeyPrompt(5) + kEscLines + kClosedLines,
+            KeyOutput(r));
+  EXPECT_GE(took, std::chrono::milliseconds(400));
+  EXPECT_EQ("", Sent());
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // Results a machine reads: the built program runs echo client and server on a pseudo-terminal with
-// piped keys and --json-results; the test checks the JSON lines, the latency lines and the exit
-// code with and without --nonzero-on-fail.
+// piped keys and --json-results; the test checks the JSON lines, the latency lines, the exit
+// code with and without --nonzero-on-fail, and that a pseudo-terminal gets no line-use line.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -116,6 +116,9 @@ TEST_P(ClientResults, JsonLinesAndExitCode) {
   ASSERT_EQ(2u, lines.size()) << r.out;
   EXPECT_EQ(0u, lines[0].find(R"({"event":"echo_client","port":")" + port() + "\",")) << lines[0];
   ExpectInOrder(lines[0], c.run_pieces);
+  // A pseudo-terminal's baud rate means nothing: no share of the line is given.
+  EXPECT_EQ(std::string::npos, r.out.find("Line use:")) << r.out;
+  EXPECT_EQ(std::string::npos, lines[0].find("line_use")) << lines[0];
   EXPECT_EQ(0u, lines[1].find(R"({"event":"session_end",)")) << lines[1];
   ExpectInOrder(lines[1], {c.session_piece});
 }
@@ -176,6 +179,8 @@ TEST_F(Results, ServerRunsPassAndFail) {
                     {R"("wrong_data":false,"ended_on_error":false,"first_error":null,"verdict":"pass"})"});
     }
     ExpectInOrder(lines[1], {R"("runs":1,"failed_runs":)" + std::string(bad_crc ? "1" : "0")});
+    EXPECT_EQ(std::string::npos, r.out.find("Line use:")) << r.out;
+    EXPECT_EQ(std::string::npos, lines[0].find("line_use")) << lines[0];
   }
 }
 

@@ -1,5 +1,6 @@
 // Serial cases that need POSIX itself: another process, the working directory, termios behind
-// the port's back, the process's CPU time, and the map from system errors to Windows numbers.
+// the port's back, the process's CPU time, the map from system errors to Windows numbers, and
+// the line control a pseudo-terminal refuses.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -124,6 +125,57 @@ TEST_F(PosixPortTest, XoffHoldsAWriteWithoutBusyWaitingAndXonReleasesIt) {
   ASSERT_TRUE(pty_.WriteFar("\x11"));  // XON
   EXPECT_EQ(write.Finish(port()), Ok("held"));
   EXPECT_EQ(pty_.ReadFar(4, 2000), "held");
+}
+
+// A pseudo-terminal has no modem lines (50) and no real baud rate, and takes a break. A line that
+// its handshake mode drives is refused (87) before the device is asked; so is an unknown function.
+TEST_F(PosixPortTest, LineControlOnAPseudoTerminal) {
+  HandleHolder file(CreateFileA("/dev/null", kGenericRead | kGenericWrite, 0, kOpenExisting, 0));
+  ASSERT_TRUE(file);
+  const Dcb plain = Current();
+  Dcb dtr_handshake = plain;
+  dtr_handshake.fDtrControl = kDtrControlHandshake;
+  Dcb rts_toggle = plain;
+  rts_toggle.fRtsControl = kRtsControlToggle;
+  Dcb rts_handshake = plain;
+  rts_handshake.fRtsControl = kRtsControlHandshake;
+  const struct {
+    const char* what;
+    const Dcb& dcb;
+    Handle handle;
+    Dword function;
+    Dword error;  // 0: it succeeds
+  } cases[] = {
+      {"set DTR", plain, port(), kSetDtr, kErrNotSupported},
+      {"clear DTR", plain, port(), kClrDtr, kErrNotSupported},
+      {"set RTS", plain, port(), kSetRts, kErrNotSupported},
+      {"clear RTS", plain, port(), kClrRts, kErrNotSupported},
+      {"break on", plain, port(), kSetBreak, 0},
+      {"break off", plain, port(), kClrBreak, 0},
+      {"SETXOFF", plain, port(), 1, kErrInvalidParameter},
+      {"RESETDEV", plain, port(), 7, kErrInvalidParameter},
+      {"beyond CLRBREAK", plain, port(), 10, kErrInvalidParameter},
+      {"set DTR, DTR handshake", dtr_handshake, port(), kSetDtr, kErrInvalidParameter},
+      {"set RTS, DTR handshake", dtr_handshake, port(), kSetRts, kErrNotSupported},
+      {"clear RTS, RTS toggle", rts_toggle, port(), kClrRts, kErrInvalidParameter},
+      {"set RTS, RTS handshake", rts_handshake, port(), kSetRts, kErrInvalidParameter},
+      {"clear DTR, RTS handshake", rts_handshake, port(), kClrDtr, kErrNotSupported},
+      {"a file", plain, file.get(), kSetDtr, kErrInvalidFunction},
+      {"no handle", plain, kInvalidHandle, kSetBreak, kErrInvalidHandle},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    ASSERT_TRUE(SetCommState(port(), &c.dcb)) << GetLastError();
+    SetLastError(0);
+    EXPECT_EQ(EscapeCommFunction(c.handle, c.function), c.error == 0);
+    EXPECT_EQ(GetLastError(), c.error);
+  }
+  ASSERT_TRUE(SetCommState(port(), &plain));
+  EXPECT_TRUE(SetCommBreak(port()));
+  EXPECT_TRUE(ClearCommBreak(port()));
+  EXPECT_FALSE(ClearCommBreak(file.get()));
+  EXPECT_EQ(GetLastError(), kErrInvalidFunction);
+  for (const Handle handle : {port(), file.get(), kInvalidHandle}) EXPECT_FALSE(BaudRateIsReal(handle));
 }
 
 }  // namespace

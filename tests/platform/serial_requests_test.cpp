@@ -229,6 +229,8 @@ const GoneCase kGoneCases[] = {
     {"GetCommMask", [](Handle p) { return LastErrorUnless(GetCommMask(p, &g_args.word)); }},
     {"WaitCommEvent",
      [](Handle p) { return LastErrorUnless(WaitCommEvent(p, &g_args.word, &g_args.overlapped)); }, kEvCts},
+    {"EscapeCommFunction", [](Handle p) { return LastErrorUnless(EscapeCommFunction(p, kSetDtr)); }},
+    {"SetCommBreak", [](Handle p) { return LastErrorUnless(SetCommBreak(p)); }},
 };
 
 class GoneDevice : public PortTest, public ::testing::WithParamInterface<GoneCase> {};

@@ -1,10 +1,14 @@
 #include "platform/posix/serial_device.h"
 
 #include <asm/termbits.h>
+#include <linux/magic.h>
 #include <linux/serial.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,6 +20,24 @@
 #include "platform/posix/termios_map.h"
 
 namespace portwren::os::posix {
+
+namespace {
+
+// The slaves of /dev/pts (majors 136-143, on a devpts file system), the old BSD pairs (majors 2
+// and 3), and major 5: /dev/tty, /dev/console and the masters of /dev/ptmx, none a line of its own.
+bool IsPseudoTerminal(int fd) {
+  struct stat status {};
+  if (fstat(fd, &status) != 0) return false;
+  const unsigned int device_major = major(status.st_rdev);
+  if ((device_major >= 136 && device_major <= 143) || (device_major >= 2 && device_major <= 3) ||
+      device_major == 5) {
+    return true;
+  }
+  struct statfs file_system {};
+  return fstatfs(fd, &file_system) == 0 && file_system.f_type == DEVPTS_SUPER_MAGIC;
+}
+
+}  // namespace
 
 std::shared_ptr<SerialDevice> SerialDevice::Open(int fd, bool overlapped, bool can_read, bool can_write,
                                                  Dword* error) {
@@ -53,6 +75,7 @@ bool SerialDevice::Init(Dword* error) {
     return false;
   }
   shadow_ = InitialShadow(settings);
+  real_line_ = !IsPseudoTerminal(fd_);
 
   int lines = 0;
   modem_ok_ = ioctl(fd_, TIOCMGET, &lines) == 0;

@@ -36,6 +36,9 @@ class SerialDevice final : public IoObject {
   // events need them, and how often an output that is still draining is.
   static constexpr auto kSamplePeriod = std::chrono::milliseconds(10);
   static constexpr auto kDrainPeriod = std::chrono::milliseconds(5);
+  // Linux starts a break only once the terminal's output has drained; what cannot drain in this
+  // long (output held back by flow control) fails the break instead of holding the caller.
+  static constexpr auto kBreakDrainLimit = std::chrono::seconds(2);
 
   // fd: an open, locked, non-blocking terminal; owned from here on, also on failure.
   // nullptr + *error when it cannot be set up.
@@ -62,6 +65,9 @@ class SerialDevice final : public IoObject {
   bool GetModemStatus(Dword* modem_status);
   bool SetMask(Dword event_mask);
   bool GetMask(Dword* event_mask);
+  bool Escape(Dword function);  // EscapeCommFunction
+  // False for a pseudo-terminal: its baud rate is a number it keeps, not a speed.
+  bool BaudRateIsReal() const { return real_line_; }
 
  private:
   enum class Kind { kRead, kWrite, kWait };
@@ -97,6 +103,8 @@ class SerialDevice final : public IoObject {
   using RequestPtr = std::unique_ptr<Request>;
 
   bool Init(Dword* error);  // raw mode, capabilities, service thread
+  bool SetModemLine(int line, bool on);
+  bool SetBreak(bool on);
   bool Start(RequestPtr request, Dword size, Dword* done, const CompletionTarget& target,
              std::deque<RequestPtr>* queue);
   bool Issue(RequestPtr request, std::deque<RequestPtr>* queue, Dword* done);
@@ -166,6 +174,7 @@ class SerialDevice final : public IoObject {
   Dword errors_ = 0;
   bool abort_latched_ = false;  // fAbortOnError after an error, until ClearCommError
 
+  bool real_line_ = false;  // not a pseudo-terminal; set once by Init
   bool modem_ok_ = false;   // TIOCMGET works (not on a pty)
   bool icount_ok_ = false;  // TIOCGICOUNT works
   int modem_lines_ = 0;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <thread>
 
 #include "platform/posix/errno_map.h"
 #include "platform/posix/serial_device.h"
@@ -175,6 +176,53 @@ bool SerialDevice::GetModemStatus(Dword* modem_status) {
   if ((lines & TIOCM_CD) != 0) status |= kMsRlsdOn;
   *modem_status = status;
   return true;
+}
+
+bool SerialDevice::Escape(Dword function) {
+  switch (function) {
+    case kSetDtr:
+    case kClrDtr:
+      return SetModemLine(TIOCM_DTR, function == kSetDtr);
+    case kSetRts:
+    case kClrRts:
+      return SetModemLine(TIOCM_RTS, function == kSetRts);
+    case kSetBreak:
+    case kClrBreak:
+      return SetBreak(function == kSetBreak);
+    default:
+      return Fail(kErrInvalidParameter);
+  }
+}
+
+bool SerialDevice::SetModemLine(int line, bool on) {
+  std::lock_guard lock(mu_);
+  if (!Usable()) return false;
+  // A line that its handshake mode drives is not the caller's to set, as in the Windows driver.
+  const bool handshake = line == TIOCM_DTR ? shadow_.fDtrControl == kDtrControlHandshake
+                                           : shadow_.fRtsControl == kRtsControlHandshake ||
+                                                 shadow_.fRtsControl == kRtsControlToggle;
+  if (handshake) return Fail(kErrInvalidParameter);
+  if (ioctl(fd_, on ? TIOCMBIS : TIOCMBIC, &line) != 0) return Fail(ModemLineError(errno));
+  return true;
+}
+
+// TIOCSBRK first waits in the kernel until the output has drained, for ever if flow control
+// holds it back; so the wait happens here, by the clock and without the lock, and the break
+// starts under the lock once nothing is left that the service thread could add to.
+bool SerialDevice::SetBreak(bool on) {
+  const Clock::time_point deadline = Clock::now() + kBreakDrainLimit;
+  for (;;) {
+    {
+      std::lock_guard lock(mu_);
+      if (!Usable()) return false;
+      if (!on || OutputQueueBytes() == 0) {
+        if (ioctl(fd_, on ? TIOCSBRK : TIOCCBRK) != 0) return Fail(ModemLineError(errno));
+        return true;
+      }
+    }
+    if (Clock::now() >= deadline) return Fail(kErrSemTimeout);
+    std::this_thread::sleep_for(kDrainPeriod);
+  }
 }
 
 }  // namespace portwren::os::posix

@@ -94,4 +94,23 @@ bool WaitCommEvent(Handle port, Dword* event_mask, Overlapped* overlapped) {
   return device->WaitEvent(event_mask, target);
 }
 
+bool EscapeCommFunction(Handle port, Dword function) {
+  auto device = Port(port);
+  return device != nullptr && device->Escape(function);
+}
+
+bool SetCommBreak(Handle port) {
+  return EscapeCommFunction(port, kSetBreak);
+}
+
+bool ClearCommBreak(Handle port) {
+  return EscapeCommFunction(port, kClrBreak);
+}
+
+bool BaudRateIsReal(Handle port) {
+  auto object = posix::LookupObject(port);
+  auto device = std::dynamic_pointer_cast<SerialDevice>(object);
+  return device != nullptr && device->BaudRateIsReal();
+}
+
 }  // namespace portwren::os

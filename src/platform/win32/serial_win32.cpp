@@ -17,6 +17,8 @@ static_assert(kMsCtsOn == MS_CTS_ON && kMsDsrOn == MS_DSR_ON && kMsRingOn == MS_
 static_assert(kDtrControlHandshake == DTR_CONTROL_HANDSHAKE && kRtsControlToggle == RTS_CONTROL_TOGGLE &&
               kSpaceParity == SPACEPARITY && kTwoStopBits == TWOSTOPBITS && kOne5StopBits == ONE5STOPBITS);
 static_assert(kMaxDword == MAXDWORD);
+static_assert(kSetRts == SETRTS && kClrRts == CLRRTS && kSetDtr == SETDTR && kClrDtr == CLRDTR &&
+              kSetBreak == SETBREAK && kClrBreak == CLRBREAK);
 
 namespace {
 
@@ -169,6 +171,23 @@ bool WaitCommEvent(Handle port, Dword* event_mask, Overlapped* overlapped) {
   // caller's own word is handed down (same size, checked above).
   return ::WaitCommEvent(port, reinterpret_cast<DWORD*>(event_mask),
                          reinterpret_cast<OVERLAPPED*>(overlapped)) != FALSE;
+}
+
+bool EscapeCommFunction(Handle port, Dword function) {
+  return ::EscapeCommFunction(port, function) != FALSE;
+}
+
+bool SetCommBreak(Handle port) {
+  return ::SetCommBreak(port) != FALSE;
+}
+
+bool ClearCommBreak(Handle port) {
+  return ::ClearCommBreak(port) != FALSE;
+}
+
+// Every COM port Windows knows carries its bytes at its baud rate, as far as a caller can tell.
+bool BaudRateIsReal(Handle) {
+  return true;
 }
 
 }  // namespace portwren::os
