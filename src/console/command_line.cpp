@@ -63,6 +63,7 @@ constexpr LongOption kLongOptions[] = {
     {"print-devstate-on-dsr", kNoArgument, nullptr, kOptPrintDevstateOnDsr},
     {"json-results", kRequiredArgument, nullptr, kOptJsonResults},
     {"nonzero-on-fail", kNoArgument, nullptr, kOptNonzeroOnFail},
+    {"timeout-check", kNoArgument, nullptr, kOptTimeoutCheck},
     {nullptr, kNoArgument, nullptr, 0},
 };
 
@@ -211,6 +212,7 @@ constexpr OptionAction kOptionActions[] = {
     {kOptJsonResults, [](const char* v, int32_t,
                          ParseState&) { CopyText(g_json_results_path, sizeof g_json_results_path, v); }},
     {kOptNonzeroOnFail, [](const char*, int32_t, ParseState&) { g_nonzero_on_fail = true; }},
+    {kOptTimeoutCheck, [](const char*, int32_t, ParseState&) { g_timeout_check = true; }},
 };
 
 void ApplyOption(int code, const char* value, int32_t number, ParseState& state) {

@@ -51,6 +51,7 @@ enum LongOnlyOption : int {
   // Later additions; each first letter is one no other long option starts with.
   kOptJsonResults,
   kOptNonzeroOnFail,
+  kOptTimeoutCheck,
 };
 static_assert(kOptPrintDevstateOnDsr == 164);
 

@@ -7,6 +7,7 @@
 #include "console/echo_server_key.h"
 #include "console/key_source.h"
 #include "console/monitor_keys.h"
+#include "console/timeout_check_key.h"
 #include "driver/device_state.h"
 #include "format/console_log.h"
 #include "platform/os_console.h"
@@ -134,6 +135,11 @@ After EchoServer(MainLine& line) {
   return EchoServerKey(line) ? After::kPrompt : After::kNextPass;
 }
 
+After TimeoutCheck(MainLine& line) {
+  RunTimeoutCheckKey(line);
+  return After::kPrompt;
+}
+
 template <bool kMild>
 After EchoClient(MainLine& line) {
   return RunEchoClientKey(line, kMild) ? After::kPrompt : After::kNextPass;
@@ -145,7 +151,7 @@ constexpr KeyBinding kKeyTable[] = {
     {'P', &PurgeWithAbort},    {'p', &PurgeClearOnly},     {'F', &CtsFlowOn},   {'f', &CtsFlowOff},
     {'C', &EchoClient<false>}, {'c', &EchoClient<true>},   {'0', &ClearPort},   {'q', &BufferCounts},
     {'E', &MonitorStart},      {'$', &MonitorStartAsking}, {'e', &MonitorStop}, {'#', &ReaderToggle},
-    {'S', &EchoServer},
+    {'S', &EchoServer},        {'T', &TimeoutCheck},
 };
 
 After Dispatch(MainLine& line, int key) {
@@ -182,6 +188,8 @@ void PrintKeyHelp() {
       " X : Quit portwren and do a deliberate CreateFile().",
   };
   for (const char* text : kLines) std::printf("%s\n", text);
+  // Later additions, after the lines above.
+  std::printf(" T : Timeout conformance check on a loopback (each read/write timeout rule, PASS/FAIL).\n");
 }
 
 void RunKeyLoop(MainLine& line) {

@@ -63,6 +63,7 @@ void PrintUsage() {
   // Later additions, after the lines above.
   std::printf("  --json-results=<file> (one JSON line per echo run and at the session's end)\n");
   std::printf("  --nonzero-on-fail (exit code 3 when a test run of the session failed)\n");
+  std::printf("  --timeout-check (the T key's timeout check on a loopback, at start before the keys)\n");
 }
 
 void PathHint(const char* path) {

@@ -174,8 +174,9 @@ TEST(ParseCommandLine, AcceptedCommandLinesAndTheirSettings) {
         IS(g_waitcommevent_delay0, 0xFFFFFFFFu), IS(g_no_port_mode, false)}},
       {{"COM3", "--echo-maxbytes=5000000000"}, {IS(g_echo_maxbytes64, 5000000000LL)}},
       // The later options, abbreviated to their first letter.
-      {{"COM3", "--j=r.jsonl", "--n"},
-       {IS(g_json_results_path, std::string("r.jsonl")), IS(g_nonzero_on_fail, true)}},
+      {{"COM3", "--j=r.jsonl", "--n", "--t"},
+       {IS(g_json_results_path, std::string("r.jsonl")), IS(g_nonzero_on_fail, true),
+        IS(g_timeout_check, true)}},
   };
   for (const Accepted& c : cases) {
     SCOPED_TRACE(testing::PrintToString(c.args));
@@ -308,11 +309,11 @@ TEST(LongOptionTable, CodesAreTheLettersAndOneCodeEachFrom128To166) {
       letters.push_back(static_cast<char>(o->val));
     }
   }
-  EXPECT_EQ(entries, 45);
+  EXPECT_EQ(entries, 46);
   EXPECT_EQ(letters, "bcBmKk");
-  ASSERT_EQ(long_only.size(), 39u);
+  ASSERT_EQ(long_only.size(), 40u);
   EXPECT_EQ(*long_only.begin(), 128);
-  EXPECT_EQ(*long_only.rbegin(), 166);
+  EXPECT_EQ(*long_only.rbegin(), 167);
   EXPECT_EQ(std::strcmp(LongOptionTable()[0].name, "readonly"), 0);
   EXPECT_EQ(LongOptionTable()[0].val, 128);
   EXPECT_EQ(LongOptionTable()[42].val, 164);

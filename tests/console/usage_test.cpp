@@ -62,6 +62,7 @@ TEST(PrintUsage, PrintsTheUsageTextLineByLine) {
       // Later additions come after every line above.
       "  --json-results=<file> (one JSON line per echo run and at the session's end)",
       "  --nonzero-on-fail (exit code 3 when a test run of the session failed)",
+      "  --timeout-check (the T key's timeout check on a loopback, at start before the keys)",
   };
   std::string text;
   for (const std::string& line : lines) text += line + "\n";  // every line ends, the last included

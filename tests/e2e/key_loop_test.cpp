@@ -59,7 +59,8 @@ TEST_F(KeyLoopEndToEnd, StartUpSummaryFirstKeysHelpAndEsc) {
                 " @ : Vbus write test. Expect to fail with non-Administrator. (! for read test)\n"
                 " # : Start/Stop background read-COM thread, so you can do R/W simultaneously.\n"
                 " < > | : Enable/Disable/Query VCOM one-time temporal lifemode.\n"
-                " X : Quit portwren and do a deliberate CreateFile().\n" +
+                " X : Quit portwren and do a deliberate CreateFile().\n"
+                " T : Timeout conformance check on a loopback (each read/write timeout rule, PASS/FAIL).\n" +
                 KeyPrompt(1) + "First-key auto input(#1): 'z'\n" + KeyPrompt(2) + kEscLines + kClosedLines,
             r.out);
 }
