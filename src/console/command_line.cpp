@@ -64,6 +64,7 @@ constexpr LongOption kLongOptions[] = {
     {"json-results", kRequiredArgument, nullptr, kOptJsonResults},
     {"nonzero-on-fail", kNoArgument, nullptr, kOptNonzeroOnFail},
     {"hold-break", kRequiredArgument, nullptr, kOptHoldBreak},
+    {"timeout-check", kNoArgument, nullptr, kOptTimeoutCheck},
     {nullptr, kNoArgument, nullptr, 0},
 };
 
@@ -213,6 +214,7 @@ constexpr OptionAction kOptionActions[] = {
                          ParseState&) { CopyText(g_json_results_path, sizeof g_json_results_path, v); }},
     {kOptNonzeroOnFail, [](const char*, int32_t, ParseState&) { g_nonzero_on_fail = true; }},
     {kOptHoldBreak, [](const char*, int32_t n, ParseState&) { g_hold_break = n; }},
+    {kOptTimeoutCheck, [](const char*, int32_t, ParseState&) { g_timeout_check = true; }},
 };
 
 void ApplyOption(int code, const char* value, int32_t number, ParseState& state) {

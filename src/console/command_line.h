@@ -52,6 +52,7 @@ enum LongOnlyOption : int {
   kOptJsonResults,
   kOptNonzeroOnFail,
   kOptHoldBreak,
+  kOptTimeoutCheck,
 };
 static_assert(kOptPrintDevstateOnDsr == 164);
 

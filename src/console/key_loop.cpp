@@ -9,6 +9,7 @@
 #include "console/key_source.h"
 #include "console/line_keys.h"
 #include "console/monitor_keys.h"
+#include "console/timeout_check_key.h"
 #include "driver/device_state.h"
 #include "format/console_log.h"
 #include "platform/os_console.h"
@@ -136,6 +137,11 @@ After EchoServer(MainLine& line) {
   return EchoServerKey(line) ? After::kPrompt : After::kNextPass;
 }
 
+After TimeoutCheck(MainLine& line) {
+  RunTimeoutCheckKey(line);
+  return After::kPrompt;
+}
+
 template <bool kMild>
 After EchoClient(MainLine& line) {
   return RunEchoClientKey(line, kMild) ? After::kPrompt : After::kNextPass;
@@ -160,7 +166,7 @@ constexpr KeyBinding kKeyTable[] = {
 // Later additions: keys the table above leaves free.
 constexpr KeyBinding kAddedKeyTable[] = {
     {'D', &PortKey<&SetDtrKey>},   {'d', &PortKey<&ClearDtrKey>}, {'U', &PortKey<&SetRtsKey>},
-    {'u', &PortKey<&ClearRtsKey>}, {'B', &PortKey<&BreakKey>},
+    {'u', &PortKey<&ClearRtsKey>}, {'B', &PortKey<&BreakKey>},    {'T', &TimeoutCheck},
 };
 
 After Dispatch(MainLine& line, int key) {
@@ -202,6 +208,7 @@ void PrintKeyHelp() {
   for (const char* text : kLines) std::printf("%s\n", text);
   // Later additions, after every line above.
   PrintLineKeyHelp();
+  std::printf(" T : Timeout conformance check on a loopback (each read/write timeout rule, PASS/FAIL).\n");
 }
 
 void RunKeyLoop(MainLine& line) {

@@ -8,6 +8,7 @@
 #include "console/main_line.h"
 #include "console/port_open.h"
 #include "console/session_results.h"
+#include "console/timeout_check_key.h"
 #include "console/usage.h"
 #include "driver/driver_startup.h"
 #include "driver/vcom_enum.h"
@@ -53,6 +54,7 @@ int RunProgram(int argc, char** argv) {
   BeginSession();
   ConfigurePort(line);
   std::printf("Choose action: 'R/r' read, 'W/w' write, '?' help. <ESC> quit.\n");
+  if (g_timeout_check) RunTimeoutCheckKey(line);
   RunKeyLoop(line);
   return EndSession(0);
 }

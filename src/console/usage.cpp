@@ -65,6 +65,7 @@ void PrintUsage() {
   std::printf("  --nonzero-on-fail (exit code 3 when a test run of the session failed)\n");
   std::printf("  --hold-break=<ms> (how long the B key holds the line in BREAK, %d to %d, default %d)\n",
               kHoldBreakLeastMsec, kHoldBreakMostMsec, kDefaultHoldBreakMsec);
+  std::printf("  --timeout-check (the T key's timeout check on a loopback, at start before the keys)\n");
 }
 
 void PathHint(const char* path) {

@@ -89,6 +89,7 @@ struct RunSettings {
   bool nonzero_on_fail = false;
   // Line control.
   int32_t hold_break = kDefaultHoldBreakMsec;
+  bool timeout_check = false;  // the timeout check before the first key
 
   bool operator==(const RunSettings&) const = default;
 };
@@ -157,6 +158,7 @@ inline auto& g_log_buffer_bytes = g_run_settings.log_buffer_bytes;
 inline auto& g_json_results_path = g_run_settings.json_results_path;
 inline auto& g_nonzero_on_fail = g_run_settings.nonzero_on_fail;
 inline auto& g_hold_break = g_run_settings.hold_break;
+inline auto& g_timeout_check = g_run_settings.timeout_check;
 
 // Write-timeout constant of the echo client's and server's own timeouts: --wtoc when given,
 // else MAXDWORD-1.

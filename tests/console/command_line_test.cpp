@@ -174,9 +174,9 @@ TEST(ParseCommandLine, AcceptedCommandLinesAndTheirSettings) {
         IS(g_waitcommevent_delay0, 0xFFFFFFFFu), IS(g_no_port_mode, false)}},
       {{"COM3", "--echo-maxbytes=5000000000"}, {IS(g_echo_maxbytes64, 5000000000LL)}},
       // The later options, abbreviated to their first letter.
-      {{"COM3", "--j=r.jsonl", "--n", "--h=10000"},
-       {IS(g_json_results_path, std::string("r.jsonl")), IS(g_nonzero_on_fail, true),
-        IS(g_hold_break, 10000)}},
+      {{"COM3", "--j=r.jsonl", "--n", "--h=10000", "--t"},
+       {IS(g_json_results_path, std::string("r.jsonl")), IS(g_nonzero_on_fail, true), IS(g_hold_break, 10000),
+        IS(g_timeout_check, true)}},
       {{"COM3"}, {IS(g_hold_break, 250)}},
       {{"COM3", "--hold-break", "1"}, {IS(g_hold_break, 1)}},
   };
@@ -305,7 +305,7 @@ TEST(ParseCommandLine, EveryOptionMovesASettingAndResetRestoresThem) {
   }
 }
 
-TEST(LongOptionTable, CodesAreTheLettersAndOneCodeEachFrom128To167) {
+TEST(LongOptionTable, CodesAreTheLettersAndOneCodeEachFrom128To168) {
   std::set<int> long_only;
   std::string letters;
   int entries = 0;
@@ -317,11 +317,11 @@ TEST(LongOptionTable, CodesAreTheLettersAndOneCodeEachFrom128To167) {
       letters.push_back(static_cast<char>(o->val));
     }
   }
-  EXPECT_EQ(entries, 46);
+  EXPECT_EQ(entries, 47);
   EXPECT_EQ(letters, "bcBmKk");
-  ASSERT_EQ(long_only.size(), 40u);
+  ASSERT_EQ(long_only.size(), 41u);
   EXPECT_EQ(*long_only.begin(), 128);
-  EXPECT_EQ(*long_only.rbegin(), 167);
+  EXPECT_EQ(*long_only.rbegin(), 168);
   EXPECT_EQ(std::strcmp(LongOptionTable()[0].name, "readonly"), 0);
   EXPECT_EQ(LongOptionTable()[0].val, 128);
   EXPECT_EQ(LongOptionTable()[42].val, 164);

@@ -63,6 +63,7 @@ TEST(PrintUsage, PrintsTheUsageTextLineByLine) {
       "  --json-results=<file> (one JSON line per echo run and at the session's end)",
       "  --nonzero-on-fail (exit code 3 when a test run of the session failed)",
       "  --hold-break=<ms> (how long the B key holds the line in BREAK, 1 to 10000, default 250)",
+      "  --timeout-check (the T key's timeout check on a loopback, at start before the keys)",
   };
   std::string text;
   for (const std::string& line : lines) text += line + "\n";  // every line ends, the last included

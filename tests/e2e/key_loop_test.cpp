@@ -64,6 +64,7 @@ TEST_F(KeyLoopEndToEnd, StartUpSummaryFirstKeysHelpAndEsc) {
                 " D d : Set/Clear DTR with EscapeCommFunction().\n"
                 " U u : Set/Clear RTS with EscapeCommFunction().\n"
                 " B : Send a BREAK of --hold-break ms with SetCommBreak()/ClearCommBreak().\n" +
+                " T : Timeout conformance check on a loopback (each read/write timeout rule, PASS/FAIL).\n" +
                 KeyPrompt(1) + "First-key auto input(#1): 'z'\n" + KeyPrompt(2) + kEscLines + kClosedLines,
             r.out);
 }
