@@ -1,7 +1,8 @@
 // Echo client against echo server, two runs of the built program on the two ends of the fault
 // relay: clean runs in urge and mild mode with random and sequence bodies end in success with
-// every chunk echoed once; a flipped, dropped or inserted byte makes the client report the
-// matching error and fail.
+// every chunk echoed once; a byte flipped on the way out is seen by both, one dropped from the
+// echo in mild mode ends in the pulling timeout. (The client's findings one by one are checked
+// against a scripted peer in e2e/echo_client_test.cpp.)
 #include <gtest/gtest.h>
 
 #include <regex>
@@ -49,27 +50,6 @@ const PairCase kPairs[] = {
      "-m 60000 -K 3000 --echo-start-seq=0x1",
      {"Doing echo 60000 bytes(Mild), srand=0.", "Echo test success."}},
     {"MildRandom", "", "c", "-m 40000 -K 500", {"(Mild)", "Echo test success."}},
-    {"FlipInTheEchoedBody",
-     "flip:0@c2+20/ba",
-     "C",
-     kFixed,
-     {"] @Chunk 2: Error: Received wrong CRC. Recv:0x", kFail}},
-    {"FlipInTheEchoedChunkId",
-     "flip:1@c3+0/ba",
-     "C",
-     kFixed,
-     {"] @Chunk 3: DataError: Received wrong chunk-id. Recv:1, Expect:3", kFail}},
-    {"FlipInTheEchoedLength",
-     "flip:4@c2+5/ba",
-     "C",
-     kFixed,
-     {"] @Chunk 2: DataError: Received chunk length(5084) exceeds max(988).", kFail}},
-    {"DropFromTheEcho", "drop@c2+30/ba", "C", kFixed, {"] @Chunk 2: Error: Received wrong CRC.", kFail}},
-    {"InsertIntoTheEcho",
-     "insert:0x55@c2+30/ba",
-     "C",
-     kFixed,
-     {"] @Chunk 2: Error: Received wrong CRC.", kFail}},
     {"FlipOnTheWayOutIsSeenByBoth",
      "flip:0@c2+20",
      "C",
