@@ -9,6 +9,7 @@
 #include <functional>
 #include <regex>
 #include <string>
+#include <tuple>
 
 #include "driver/control_codes.h"
 #include "driver/device_state.h"
@@ -64,11 +65,11 @@ TEST(DriverRequestTest, EachRequestReachesItsTargetWithItsRecordSizes) {
     Printed(shape.action);
     ASSERT_EQ(driver.sent.size(), 1u) << std::hex << shape.code;
     const Sent& sent = driver.sent[0];
-    EXPECT_EQ(sent.target, shape.target) << std::hex << shape.code;
-    EXPECT_EQ(sent.to_vcom, shape.to_vcom) << std::hex << shape.code;
-    EXPECT_EQ(sent.code, shape.code);
-    EXPECT_EQ(sent.in.size(), shape.in_size) << std::hex << shape.code;
-    EXPECT_EQ(sent.out_size, shape.out_size) << std::hex << shape.code;
+    EXPECT_EQ(
+        std::tuple(static_cast<int>(sent.target), sent.to_vcom, sent.code, sent.in.size(), sent.out_size),
+        std::tuple(static_cast<int>(shape.target), shape.to_vcom, shape.code, size_t{shape.in_size},
+                   shape.out_size))
+        << std::hex << shape.code;
   }
 }
 

@@ -60,13 +60,15 @@ class Background {
   ~Background() { Finish(); }
   bool Type(const std::string& keys) { return keys_.Type(keys); }
   bool WaitFor(const std::string& text) { return watch_.WaitFor(text, kWaitMs); }
-  // Ends the keys (ESC to the program, the end to the relay) and waits for the run; the output
-  // comes back scrubbed.
+  // Ends the keys (ESC to the program, the end to the relay) and waits for the run, which must end
+  // by itself with 0 (a sanitizer's report changes it); the output comes back scrubbed.
   const testkit::ProcessResult& Finish() {
     keys_.Close();
     if (runner_.joinable()) {
       runner_.join();
       result_.out = testkit::ScrubRunText(result_.out);
+      EXPECT_FALSE(result_.timed_out);
+      EXPECT_EQ(0, result_.exit_code) << result_.out << result_.err;
     }
     return result_;
   }
