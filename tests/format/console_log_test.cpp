@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <initializer_list>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -43,61 +44,42 @@ TEST(TextsTest, DwordSizeAndRate) {
   EXPECT_STREQ("untouched", buf) << "constant texts leave the buffer alone";
   EXPECT_STREQ("4294967292", DwordText(0xFFFFFFFCu, buf, sizeof buf));
   EXPECT_STREQ("0", DwordText(0, buf, sizeof buf));
-
-  const std::pair<uint64_t, const char*> sizes[] = {{0, "0 B"},
-                                                    {999, "999 B"},
-                                                    {1000, "1.00 KB"},
-                                                    {1500, "1.50 KB"},
-                                                    {999990, "999.99 KB"},
-                                                    {1000000, "1.00 MB"},
-                                                    {1000000000ULL, "1.00 GB"},
-                                                    {~0ULL, "18446744073.71 GB"}};
-  for (const auto& [count, text] : sizes) EXPECT_STREQ(text, SizeText(count, "B", buf, sizeof buf)) << count;
+  std::string sizes;
+  for (uint64_t count : {0ull, 999ull, 1000ull, 1500ull, 999990ull, 1000000ull, 1000000000ull, ~0ull}) {
+    sizes += SizeText(count, "B", buf, sizeof buf) + std::string("|");
+  }
+  EXPECT_EQ("0 B|999 B|1.00 KB|1.50 KB|999.99 KB|1.00 MB|1.00 GB|18446744073.71 GB|", sizes);
   EXPECT_STREQ("1.50", SizeText(1500, "B", buf, 5));  // cut to the buffer
   EXPECT_STREQ("1.50 KB/s", RateText(1500, 1000, buf, sizeof buf));
   EXPECT_STREQ("999 B/s", RateText(999, 1000, buf, sizeof buf));
   EXPECT_STREQ("3.00 KB/s", RateText(1500, 500, buf, sizeof buf));
 }
 
-// Each name must read the same in the narrow and the wide table.
-void ExpectNames(const char* name, const char* narrow, const char16_t* wide, uint32_t code) {
-  EXPECT_STREQ(name, narrow) << code;
-  EXPECT_EQ(std::u16string(name, name + std::strlen(name)), std::u16string(wide)) << code;
+// The names of `codes`, space separated, from the narrow and from the wide table, which must agree.
+template <class Narrow, class Wide>
+std::string Names(Narrow narrow, Wide wide, std::initializer_list<uint32_t> codes) {
+  std::string names;
+  for (uint32_t code : codes) {
+    const std::u16string w = wide(code);
+    EXPECT_EQ(std::string(w.begin(), w.end()), narrow(code)) << code;
+    names += (names.empty() ? "" : " ") + std::string(narrow(code));
+  }
+  return names;
 }
 
 TEST(ErrorNamesTest, EveryRowAndTheUnknownCodes) {
-  const std::pair<uint32_t, const char*> errors[] = {{0, "ERROR_SUCCESS"},
-                                                     {1, "ERROR_INVALID_FUNCTION"},
-                                                     {2, "ERROR_FILE_NOT_FOUND"},
-                                                     {3, "ERROR_PATH_NOT_FOUND"},
-                                                     {5, "ERROR_ACCESS_DENIED"},
-                                                     {6, "ERROR_INVALID_HANDLE"},
-                                                     {21, "ERROR_NOT_READY"},
-                                                     {995, "ERROR_OPERATION_ABORTED"},
-                                                     {997, "ERROR_IO_PENDING"},
-                                                     {8, "ERROR_NOT_ENOUGH_MEMORY"},
-                                                     {14, "ERROR_OUTOFMEMORY"},
-                                                     {22, "ERROR_BAD_COMMAND"},
-                                                     {87, "ERROR_INVALID_PARAMETER"},
-                                                     {1460, "ERROR_TIMEOUT"},
-                                                     {1167, "ERROR_DEVICE_NOT_CONNECTED"},
-                                                     {55, "ERROR_DEV_NOT_EXIST"},
-                                                     {122, "ERROR_INSUFFICIENT_BUFFER"},
-                                                     {998, "ERROR_NOACCESS"},
-                                                     {31, "ERROR_GEN_FAILURE"},
-                                                     {121, "ERROR_SEM_TIMEOUT"},
-                                                     {123, "ERROR_INVALID_NAME"},
-                                                     {4, "UnknownWinErrCode"},
-                                                     {996, "UnknownWinErrCode"},
-                                                     {0xFFFFFFFFu, "UnknownWinErrCode"}};
-  for (const auto& [code, name] : errors) ExpectNames(name, WinErrName(code), WinErrNameW(code), code);
-  const std::pair<uint32_t, const char*> problems[] = {
-      {1, "CM_PROB_NOT_CONFIGURED"}, {10, "CM_PROB_FAILED_START"},   {18, "CM_PROB_REINSTALL"},
-      {22, "CM_PROB_DISABLED"},      {47, "CM_PROB_HELD_FOR_EJECT"}, {52, "CM_PROB_UNSIGNED_DRIVER"},
-      {0, "UnknownProblemCode"},     {2, "UnknownProblemCode"}};
-  for (const auto& [code, name] : problems) {
-    ExpectNames(name, ProblemCodeName(code), ProblemCodeNameW(code), code);
-  }
+  EXPECT_EQ(
+      Names(WinErrName, WinErrNameW, {0,  1,    2,    3,  5,   6,   21, 995, 997, 8, 14,  22,
+                                      87, 1460, 1167, 55, 122, 998, 31, 121, 123, 4, 996, 0xFFFFFFFFu}),
+      "ERROR_SUCCESS ERROR_INVALID_FUNCTION ERROR_FILE_NOT_FOUND ERROR_PATH_NOT_FOUND ERROR_ACCESS_DENIED "
+      "ERROR_INVALID_HANDLE ERROR_NOT_READY ERROR_OPERATION_ABORTED ERROR_IO_PENDING ERROR_NOT_ENOUGH_MEMORY "
+      "ERROR_OUTOFMEMORY ERROR_BAD_COMMAND ERROR_INVALID_PARAMETER ERROR_TIMEOUT ERROR_DEVICE_NOT_CONNECTED "
+      "ERROR_DEV_NOT_EXIST ERROR_INSUFFICIENT_BUFFER ERROR_NOACCESS ERROR_GEN_FAILURE ERROR_SEM_TIMEOUT "
+      "ERROR_INVALID_NAME UnknownWinErrCode UnknownWinErrCode UnknownWinErrCode");
+  EXPECT_EQ(
+      Names(ProblemCodeName, ProblemCodeNameW, {1, 10, 18, 22, 47, 52, 0, 2}),
+      "CM_PROB_NOT_CONFIGURED CM_PROB_FAILED_START CM_PROB_REINSTALL CM_PROB_DISABLED CM_PROB_HELD_FOR_EJECT "
+      "CM_PROB_UNSIGNED_DRIVER UnknownProblemCode UnknownProblemCode");
 }
 
 // The marks a new thread shows: unregistered, registered as `role`, unregistered again.
@@ -200,18 +182,13 @@ TEST(RenderTest, EpochMillisecondsInLocalTime) {
   if (tz == nullptr || std::string(tz) != "UTC") GTEST_SKIP() << "needs TZ=UTC, as ctest runs it";
   // Nothing for a time that does not convert: before 1970 or after the last millisecond of a
   // Windows FILETIME, so also where its ticks would wrap or a POSIX year overflow 16 bits.
-  const struct {
-    int64_t ms;
-    const char* text;
-  } cases[] = {{1700000000123LL, "<2023-11-14_22:13:20.123>"},
-               {0, "<(none)>"},
-               {-5, "<>"},
-               {910692730085477LL, "<30828-09-14_02:48:05.477>"},
-               {910692730085478LL, "<>"},
-               {1844674407370956LL, "<>"},
-               {INT64_C(1) << 62, "<>"},
-               {INT64_MAX, "<>"}};
-  for (const auto& c : cases) EXPECT_EQ(c.text, EpochText(c.ms)) << c.ms;
+  EXPECT_EQ("<2023-11-14_22:13:20.123>", EpochText(1700000000123LL));
+  EXPECT_EQ("<30828-09-14_02:48:05.477>", EpochText(910692730085477LL));
+  EXPECT_EQ("<(none)>", EpochText(0));
+  for (int64_t ms :
+       {int64_t{-5}, int64_t{910692730085478}, int64_t{1844674407370956}, INT64_C(1) << 62, INT64_MAX}) {
+    EXPECT_EQ("<>", EpochText(ms)) << ms;
+  }
 }
 
 TEST_F(ConsoleLogTest, LinesOfDifferentThreadsStayWhole) {

@@ -45,30 +45,21 @@ std::string Labels(int columns) {
   return text;
 }
 
+// Zero bytes per row: all in one row, and %R brings neither ruler nor address. A count below
+// one or no bytes: nothing; no width: the bytes are a string. The text between cells keeps eight
+// characters; %K splits one text: its first character before each byte, the rest after it (four
+// of each half kept).
 TEST_F(FormatDump, CellsAndTheTextsAroundThem) {
   const unsigned char data[] = {0x00, 0x01, 0xAB, 0xFF, 0x10};
-  // Zero bytes per row: all in one row, and %R brings neither ruler nor address.
-  EXPECT_FORMAT("00 01 ab ff 10", "%k%r%*m", " ", 0, 5, data);
-  EXPECT_FORMAT("00 01 AB FF 10", "%k%r%*M", " ", 0, 5, data);
+  EXPECT_FORMAT("00 01 ab ff 10|00 01 AB FF 10", "%k%r%*m|%*M", " ", 0, 5, data, 5, data);
   EXPECT_FORMAT("00 01 ab ff 10", "%k%R%v%*m", " ", 0, 0x100ull, 5, data);
-  EXPECT_FORMAT("0001abff10", "%*m", 5, data);
-  EXPECT_FORMAT(Cells(bytes_, 40).c_str(), "%k%r%*m", " ", 0, 40, bytes_);
-  EXPECT_FORMAT("dump: 00 01.", "dump: %k%*m.", " ", 2, data);
-  // A count below one or no bytes: nothing; no width: the bytes are a string.
-  EXPECT_FORMAT("[]", "[%k%R%*m]", " ", 16, 0, bytes_);
-  EXPECT_FORMAT("[]", "[%k%R%*m]", " ", 16, -3, bytes_);
-  EXPECT_FORMAT("[]", "[%k%R%*m]", " ", 16, 4, static_cast<const unsigned char*>(nullptr));
-  EXPECT_FORMAT("41 42 43", "%k%m", " ", "ABC");
-  EXPECT_FORMAT("[]", "[%m]", "");
-  // The text between cells keeps eight characters.
-  EXPECT_FORMAT("000123456701", "%k%*m", "0123456789", 2, data);
-  EXPECT_FORMAT("00, 01", "%k%*m", ", ", 2, data);
-  EXPECT_FORMAT("0001", "%k%*m", static_cast<const char*>(nullptr), 2, data);
-  // %K splits one text: the first character before each byte, the rest after it.
-  EXPECT_FORMAT("<00=><01=><ab=>", "%K%*m", "<=>", 3, data);
-  EXPECT_FORMAT("(00) (01) (ab)", "%K%k%*m", "()", " ", 3, data);
-  EXPECT_FORMAT("00'01'ab'", "%K%*m", "'", 3, data);                // one character: all of it after
-  EXPECT_FORMAT("abcdfffghi", "%K%*m", "abcdefghij", 1, data + 3);  // four of each half kept
+  EXPECT_FORMAT("dump: 0001abff10.", "dump: %*m.", 5, data);
+  EXPECT_FORMAT("41 42 43|[||]", "%k%m|%m[%R%*m|%*m|%*m]", " ", "ABC", "", 16, 0, bytes_, -3, bytes_, 4,
+                static_cast<const unsigned char*>(nullptr));
+  EXPECT_FORMAT("000123456701|00, 01|0001", "%k%*m|%k%*m|%k%*m", "0123456789", 2, data, ", ", 2, data,
+                static_cast<const char*>(nullptr), 2, data);
+  EXPECT_FORMAT("<00=><01=><ab=>|00'01'ab'|abcdfffghi|(00) (01) (ab)", "%K%*m|%K%*m|%K%*m|%K%k%*m", "<=>", 3,
+                data, "'", 3, data, "abcdefghij", 1, data + 3, "()", " ", 3, data);
   // The settings print nothing and last one call.
   EXPECT_EQ(Counted(0, ""), InBuffer(64, "%k%K%R%t%4v", "-", "<>", 4, ".", 100ull));
   EXPECT_FORMAT("0001", "%*m", 2, data);

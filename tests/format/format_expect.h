@@ -1,16 +1,13 @@
-// EXPECT_FORMAT(expected, format, args...): one line per case. Each case is formatted three
-// ways, into a buffer, through a piece writer alone and on the heap, and all three must give
-// the expected text and its length as the count. The smaller helpers below are what the cases
-// of bounded buffers, piece streams and heap forms are written with.
+// EXPECT_FORMAT(expected, format, args...): formatted into a buffer, through a piece writer alone
+// and on the heap, all three must give the expected text and its length as the count. The
+// smaller helpers are for the cases of bounded buffers, piece streams and heap forms.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdlib>
-#include <initializer_list>
 #include <ostream>
-#include <source_location>
 #include <string>
 #include <utility>
 #include <vector>
@@ -109,22 +106,6 @@ template <class Ch, class... Args>
     if (piece.empty()) return ::testing::AssertionFailure() << "an empty piece was written";
   }
   return ::testing::AssertionSuccess();
-}
-
-// A run of cases of one argument each; a failure names the format and the line of the run.
-template <class Ch, class Arg>
-struct OneArgument {
-  const Ch* expected;
-  const Ch* format;
-  Arg argument;
-};
-template <class Arg, class Ch = char>
-void ExpectEach(std::initializer_list<OneArgument<Ch, Arg>> cases,
-                std::source_location where = std::source_location::current()) {
-  const ::testing::ScopedTrace trace(where.file_name(), static_cast<int>(where.line()), "a case of this run");
-  for (const auto& one : cases) {
-    EXPECT_TRUE(FormatsAs(one.expected, one.format, one.argument)) << ::testing::PrintToString(one.format);
-  }
 }
 
 }  // namespace portwren::testing_format

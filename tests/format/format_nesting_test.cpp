@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <cstring>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "format_expect.h"
@@ -108,20 +109,9 @@ TEST(FormatNested, ChildAfterHugeFieldsGetsNoRoom) {
   EXPECT_EQ(std::string(6, '#'), std::string(buffer + 2, 6)) << "nothing past the room";
 }
 
-// What a render function saw of its child sink.
-struct SinkSeen {
-  uint32_t level = 99;
-  int32_t base_pos = -1;
-  int32_t room = -1;
-  bool quiet = false;
-  bool has_writer = false;
-  std::string text_before;  // the parent's text, read at the call
-  bool operator==(const SinkSeen&) const = default;
-};
-std::ostream& operator<<(std::ostream& out, const SinkSeen& seen) {
-  return out << "level " << seen.level << " base " << seen.base_pos << " room " << seen.room << " quiet "
-             << seen.quiet << " writer " << seen.has_writer << " before \"" << seen.text_before << '"';
-}
+// What a render function saw of its child sink: level, base position, room, quiet, whether it
+// has a writer, and the parent's text read at the call.
+using SinkSeen = std::tuple<uint32_t, int32_t, int32_t, bool, bool, std::string>;
 
 struct Recorder {
   SinkSeen seen;
@@ -131,8 +121,9 @@ struct Recorder {
 
   static int32_t Record(void* argument, FormatSink* sink) {
     auto* recorder = static_cast<Recorder*>(argument);
-    const char* before = recorder->parent != nullptr ? recorder->parent : "";
-    recorder->seen = {sink->level, sink->base_pos, sink->room, sink->quiet, sink->writer != nullptr, before};
+    recorder->seen = {
+        sink->level, sink->base_pos,          sink->room,
+        sink->quiet, sink->writer != nullptr, recorder->parent != nullptr ? recorder->parent : ""};
     return FormatToSink(sink, "<%d>", 42);
   }
 };
@@ -171,16 +162,16 @@ TEST(FormatCallback, ChildSinkCarriesLevelBaseRoomAndQuiet) {
   // The child's room is what the parent has left: its own text already overflowed the buffer.
   Recorder cut;
   EXPECT_EQ(Counted(14, "01234"), InBuffer(6, "0123456789%F", &cut.callback));
-  EXPECT_EQ(-4, cut.seen.room);
-  EXPECT_EQ(10, cut.seen.base_pos);
+  EXPECT_EQ(-4, std::get<2>(cut.seen));
+  EXPECT_EQ(10, std::get<1>(cut.seen));
 
   // Levels count every nesting: %w, %F, %w, %F.
   Recorder innermost;
   FormatCallback middle;
   MakeFormatCallback(&middle, &RenderDeeper, &innermost.callback);
   EXPECT_TRUE(WithArgs(Nests("-[(<42>)]-", "%w"), "-%F-", &middle));
-  EXPECT_EQ(4u, innermost.seen.level);
-  EXPECT_EQ(3, innermost.seen.base_pos);
+  EXPECT_EQ(4u, std::get<0>(innermost.seen));
+  EXPECT_EQ(3, std::get<1>(innermost.seen));
 }
 
 int32_t RenderTwoCalls(void*, FormatSink* sink) {

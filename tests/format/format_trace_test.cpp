@@ -17,7 +17,6 @@ void CollectLine(void* context, const char* text) {
   static_cast<Lines*>(context)->push_back(text);
 }
 
-// A writer that formats the line itself, as a real one printing through the engine would.
 void ReformatLine(void* context, const char* text) {
   char copy[256];
   FormatToBuffer(copy, sizeof copy, "%s", text);
@@ -38,23 +37,27 @@ class FormatTrace : public ::testing::Test {
   Lines lines_;
 };
 
+// A header line per format, a line per piece; a nested format one level deeper, with the stock
+// of its parent; star values; the engine's line end; a sink's base position is the stock.
 TEST_F(FormatTrace, HeaderThenOneLinePerPiece) {
   EXPECT_EQ(Counted(7, "a   42b"), InBuffer(32, "a%5db", 42));
+  NestedFormat nested;
+  EXPECT_EQ(Counted(6, "x<00>y"), InBuffer(32, "x%wy", MakeNestedFormat(&nested, "<%.2d>", nullptr)));
+  const unsigned char data[] = {1, 2};
+  InBuffer(32, "%k%*m", " ", 2, data);
+  Pieces<char> pieces;
+  pieces.sink.base_pos = 100;
+  pieces.sink.level = 1;
+  FormatToSink(&pieces.sink, "ab");
+  EXPECT_EQ(1, pieces.traced);  // the piece writer was handed the trace record
+  SetFormatLineEnd(1);
+  InBuffer(32, "%-*.*s", -3, 1, "xyz");
   const Lines expected{
       "  <<fmtstring>>(@lv1): a%5db\n",
       "  <a> fmtpos:0+1 width:false preci:false stock:0(@lv1) outpos:0+1 (~0+1)\n",
       "  <%5d> fmtpos:1+3 width:true,5 preci:false stock:0(@lv1) outpos:1+3 (~1+3)\n",
       "  <%5d> fmtpos:1+3 width:true,5 preci:false stock:0(@lv1) outpos:4+2 (~4+2)\n",
       "  <b> fmtpos:4+1 width:false preci:false stock:0(@lv1) outpos:6+1 (~6+1)\n",
-  };
-  EXPECT_EQ(expected, lines_);
-}
-
-TEST_F(FormatTrace, NestedFormatIsIndentedOneLevelDeeper) {
-  NestedFormat nested;
-  MakeNestedFormat(&nested, "<%.2d>", nullptr);
-  EXPECT_EQ(Counted(6, "x<00>y"), InBuffer(32, "x%wy", &nested));
-  const Lines expected{
       "  <<fmtstring>>(@lv1): x%wy\n",
       "  <x> fmtpos:0+1 width:false preci:false stock:0(@lv1) outpos:0+1 (~0+1)\n",
       "    <<fmtstring>>(@lv2): <%.2d>\n",
@@ -62,36 +65,15 @@ TEST_F(FormatTrace, NestedFormatIsIndentedOneLevelDeeper) {
       "    <%.2d> fmtpos:1+4 width:false preci:true,2 stock:1(@lv2) outpos:1+2 (~2+2)\n",
       "    <>> fmtpos:5+1 width:false preci:false stock:1(@lv2) outpos:3+1 (~4+1)\n",
       "  <y> fmtpos:3+1 width:false preci:false stock:0(@lv1) outpos:5+1 (~5+1)\n",
-  };
-  EXPECT_EQ(expected, lines_);
-}
-
-TEST_F(FormatTrace, DumpPiecesStarValuesAndTheEngineLineEnd) {
-  const unsigned char data[] = {1, 2};
-  InBuffer(32, "%k%*m", " ", 2, data);
-  SetFormatLineEnd(1);
-  InBuffer(32, "%-*.*s", -3, 1, "xyz");
-  const Lines expected{
       "  <<fmtstring>>(@lv1): %k%*m\n",
       "  <%*m> fmtpos:2+3 width:true,2 preci:false stock:0(@lv1) outpos:0+5 (~0+5)\n",
+      "    <<fmtstring>>(@lv2): ab\n",
+      "    <ab> fmtpos:0+2 width:false preci:false stock:100(@lv2) outpos:0+2 (~100+2)\n",
       "  <<fmtstring>>(@lv1): %-*.*s\r\n",
       "  <%-*.*s> fmtpos:0+6 width:true,3 preci:true,1 stock:0(@lv1) outpos:0+1 (~0+1)\r\n",
       "  <%-*.*s> fmtpos:0+6 width:true,3 preci:true,1 stock:0(@lv1) outpos:1+2 (~1+2)\r\n",
   };
   EXPECT_EQ(expected, lines_);
-}
-
-TEST_F(FormatTrace, BasePositionOfTheSinkIsTheStock) {
-  Pieces<char> pieces;
-  pieces.sink.base_pos = 100;
-  pieces.sink.level = 1;
-  FormatToSink(&pieces.sink, "ab");
-  const Lines expected{
-      "    <<fmtstring>>(@lv2): ab\n",
-      "    <ab> fmtpos:0+2 width:false preci:false stock:100(@lv2) outpos:0+2 (~100+2)\n",
-  };
-  EXPECT_EQ(expected, lines_);
-  EXPECT_EQ(1, pieces.traced);  // the piece writer was handed the trace record
 }
 
 TEST_F(FormatTrace, RecordHandedToThePieceWriter) {
@@ -131,22 +113,15 @@ TEST_F(FormatTrace, NothingTracedWhenQuietSwitchedOffOrWithoutPieces) {
   EXPECT_TRUE(lines_.empty());
 }
 
-TEST_F(FormatTrace, LinesAreCutAt199Characters) {
+// The writer formats the line itself, as a real one printing through the engine does: that is
+// not traced (there would be more lines).
+TEST_F(FormatTrace, LinesAreCutAt199CharactersAndAWriterThatFormatsIsNotTraced) {
+  SetFormatTrace(&ReformatLine, &lines_);
   InBuffer(8, std::string(300, 'f').c_str());
   ASSERT_EQ(2u, lines_.size());
   EXPECT_EQ(199u, lines_[0].size());
   EXPECT_EQ("  <<fmtstring>>(@lv1): fff", lines_[0].substr(0, 26));
   EXPECT_EQ(199u, lines_[1].size());
-}
-
-TEST_F(FormatTrace, AWriterThatFormatsDoesNotTraceItself) {
-  SetFormatTrace(&ReformatLine, &lines_);
-  InBuffer(8, "ab");
-  const Lines expected{
-      "  <<fmtstring>>(@lv1): ab\n",
-      "  <ab> fmtpos:0+2 width:false preci:false stock:0(@lv1) outpos:0+2 (~0+2)\n",
-  };
-  EXPECT_EQ(expected, lines_);
 }
 
 TEST_F(FormatTrace, TheWideEngineHasItsOwnWriter) {

@@ -1,5 +1,5 @@
-// The background reader on a pseudo-terminal: one reader at a time, the two ways a stop ends
-// it, and the console thread's own reads, writes and purges meanwhile.
+// The background reader on a pseudo-terminal: one reader at a time, the two ways a stop ends it.
+// (The console thread's reads, writes and purges beside it: e2e/monitor_keys_test.cpp.)
 #include "monitor/read_com_thread.h"
 
 #include <gtest/gtest.h>
@@ -8,8 +8,6 @@
 
 #include "monitor_test_support.h"
 #include "platform/os_serial.h"
-#include "port/port_config.h"
-#include "port/timed_io.h"
 
 namespace portwren::monitortest {
 namespace {
@@ -80,34 +78,6 @@ TEST_F(ReaderTest, StopEndsAPendingReadOrTheLoopBetweenReads) {
     for (int i = OutputTap::Occurrences(out, c.first); i > 0; --i) expected += c.first;
     EXPECT_EQ(expected + c.last, out);
   }
-}
-
-// The console thread's timed read is cancelled with CancelIo, which ends only its own read; the
-// reader then gets what comes. A purge with the abort flags ends the reader's read too: it
-// quits by itself, and the stop that follows just collects it.
-TEST_F(ReaderTest, ConsoleReadsAndWritesLeaveTheReaderAndAnAbortingPurgeEndsIt) {
-  g_wait_msec_before_cancel = 200;
-  OutputTap tap;
-  ASSERT_TRUE(StartReadComThread(port_, 10));
-  TimedRead(port_, 5);
-  TimedWrite(port_, 20);
-  EXPECT_EQ(20u, pty_.ReadFar(20, 2000).size());
-  // Ten for this read, and one the next read claims: the purge must find that one pending.
-  ASSERT_TRUE(pty_.WriteFar("0123456789X"));
-  ASSERT_TRUE(tap.WaitFor("#[T] ReadComThread: Got 10 bytes.\n"));
-  ASSERT_TRUE(Claimed());
-  Purge(port_, true);
-  ASSERT_TRUE(tap.WaitFor(kGotError));
-  ASSERT_TRUE(StopEnds());
-  const std::string out = tap.Stop();
-  EXPECT_NE(std::string::npos,
-            out.find(" [T] Result: ReadFile async fail. WinErr=995(ERROR_OPERATION_ABORTED)\n"))
-      << out;
-  EXPECT_EQ(
-      "#[T] ReadComThread: Got 10 bytes.\n"
-      "#[T] ReadComThread: ReadFile() async fail. WinErr=995(ERROR_OPERATION_ABORTED)\n" +
-          kGotError,
-      LinesMarked(out, '#'));
 }
 
 }  // namespace

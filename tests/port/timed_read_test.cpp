@@ -1,11 +1,13 @@
-// The timed read's paths on a pseudo-terminal: immediate, pending then done, pending then
-// cancelled, and the two omit levers; what is printed, logged and counted for each.
+// The timed read's paths on a pseudo-terminal: immediate, pending then cancelled, and the omit
+// levers; what is printed, logged and counted for each. (A pending read that completes, and the
+// pause before the cancel, are checked through the keys, in e2e/port_keys_test.cpp.)
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <cstring>
 #include <string>
 #include <thread>
+#include <tuple>
 
 #include "common/log_files.h"
 #include "echo/log_file_writer.h"
@@ -29,105 +31,49 @@ std::string TimedOut(int count) {
 
 const std::string kCancelled = " [T] Calling CancelIo().\n [T] CancelIo() returns TRUE.\n";
 
-TEST_F(TimedReadTest, ImmediateReadsShowTheirDataUpToTheFirstNulAndCountIt) {
-  g_rto_interval = -1;  // reads return at once with what is there
-  ApplyTimeouts(port_);
-  const auto at_once = [](int done) {
-    return Calling(100) + " [T] ReadFile sync success. nDone=" + std::to_string(done) + "\n\n";
+// A read of 10 that times out (0/0/0 timeouts) after `arrive` came, with the omit levers as
+// given; `late` bytes come well after the 200 ms wait (plus up to 100 ms of grid alignment) has
+// run out. What follows the wait, and the reads counted.
+TEST_F(TimedReadTest, TimedOutReadsCancelAndReport) {
+  const std::string aborted = " [T] Result: ReadFile async fail. WinErr=995(ERROR_OPERATION_ABORTED)\n";
+  const struct {
+    bool omit_cancel, omit_result;
+    std::string arrive, late, after_wait;
+    uint32_t reads;
+  } cases[] = {
+      // A cancelled read still shows the bytes that came.
+      {false, false, "abc", "",
+       kCancelled + aborted + " [T]   -- Even if cancelled, nDone is 3 bytes.\nabc\n", 1},
+      // Without the cancel the result waits for the driver.
+      {true, false, "", "0123456789",
+       " [T] **NOT** calling CancelIo().\n [T] Result: ReadFile async SUCCESS. nDone=10.\n0123456789\n", 1},
+      // Without the result the cancelled bytes are not shown.
+      {false, true, "abc", "", kCancelled + " [T] **NOT** calling GetOverlappedResult().\n", 0},
   };
-  EXPECT_EQ(at_once(0), Captured([&] { TimedRead(port_, 100); }));
-  EXPECT_EQ(0u, Transfer().read_number) << "nothing read, nothing counted";
-  EXPECT_EQ(0u, Transfer().stream_offset);
-
-  ASSERT_TRUE(Arrive(std::string("ab\0cd", 5)));
-  EXPECT_EQ(at_once(5) + "ab\n", Captured([&] { TimedRead(port_, 100); }));
-  EXPECT_EQ(0, std::memcmp(TransferBuffer(), "ab\0cd", 6)) << "the data stays, with a NUL after it";
-  EXPECT_EQ(1u, Transfer().read_number);
-  EXPECT_EQ(5u, Transfer().stream_offset);
-
-  g_silent_read = true;
-  ASSERT_TRUE(Arrive("xyz"));
-  EXPECT_EQ(at_once(3) + "(silent read, no print)\n", Captured([&] { TimedRead(port_, 100); }));
-  EXPECT_EQ(2u, Transfer().read_number);
-  EXPECT_EQ(8u, Transfer().stream_offset);
-}
-
-TEST_F(TimedReadTest, PendingReadCompletesWithinTheWait) {
-  g_wait_msec_before_cancel = 5000;
-  ApplyTimeouts(port_);  // 0/0/0: the read waits for all its bytes
-  std::thread far([&] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    pty_.WriteFar("data");
-  });
-  const std::string out = Captured([&] { TimedRead(port_, 4); });
-  far.join();
-  EXPECT_EQ(Calling(4) +
-                " [T] ReadFile pending, wait 5000 millisec...\n"
-                " [T] Wait success.\n"
-                " [T] Result: ReadFile async SUCCESS. nDone=4.\n"
-                "data\n",
-            out);
-  EXPECT_EQ(1u, Transfer().read_number);
-}
-
-// A read of 10 that times out (0/0/0 timeouts) after `arrive` came, with the pause and omit
-// levers as given; `late` bytes come well after the 200 ms wait (plus up to 100 ms of grid
-// alignment) has run out. What follows the wait, and the reads counted.
-struct TimeoutCase {
-  const char* name;
-  int32_t pause_ms;
-  bool omit_cancel, omit_result;
-  std::string arrive, late, after_wait;
-  uint32_t reads;
-};
-
-void PrintTo(const TimeoutCase& c, std::ostream* out) {
-  *out << c.name;
-}
-
-class TimedReadTimeoutTest : public PortTest, public testing::WithParamInterface<TimeoutCase> {};
-
-TEST_P(TimedReadTimeoutTest, CancelsAndReports) {
-  const TimeoutCase& c = GetParam();
   ApplyTimeouts(port_);
-  g_pause_msec_bfr_cancelio = c.pause_ms;
-  g_omit_cancelio = c.omit_cancel;
-  g_omit_getoverlappedresult = c.omit_result;
-  ASSERT_TRUE(Arrive(c.arrive));
-  const auto start = std::chrono::steady_clock::now();
-  std::thread far([&] {
-    if (c.late.empty()) return;
-    std::this_thread::sleep_for(std::chrono::milliseconds(1000));
-    pty_.WriteFar(c.late);
-  });
-  const std::string out = Captured([&] { TimedRead(port_, 10); });
-  far.join();
-  EXPECT_EQ(TimedOut(10) + c.after_wait, out);
-  if (!c.late.empty()) {
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1000))
-        << "waited for the driver";
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.after_wait);
+    ResetTransferCounters();
+    g_omit_cancelio = c.omit_cancel;
+    g_omit_getoverlappedresult = c.omit_result;
+    ASSERT_TRUE(Arrive(c.arrive));
+    const auto start = std::chrono::steady_clock::now();
+    std::thread far([&] {
+      if (c.late.empty()) return;
+      std::this_thread::sleep_for(std::chrono::milliseconds(1000));
+      pty_.WriteFar(c.late);
+    });
+    const std::string out = Captured([&] { TimedRead(port_, 10); });
+    far.join();
+    EXPECT_EQ(TimedOut(10) + c.after_wait, out);
+    if (!c.late.empty()) {
+      EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1000))
+          << "waited for the driver";
+    }
+    EXPECT_EQ(c.reads, Transfer().read_number);
+    EXPECT_EQ(c.reads ? c.arrive.size() + c.late.size() : 0u, Transfer().stream_offset);
   }
-  EXPECT_EQ(c.reads, Transfer().read_number);
-  EXPECT_EQ(c.reads ? c.arrive.size() + c.late.size() : 0u, Transfer().stream_offset);
 }
-
-const std::string kAborted = " [T] Result: ReadFile async fail. WinErr=995(ERROR_OPERATION_ABORTED)\n";
-
-INSTANTIATE_TEST_SUITE_P(
-    Paths, TimedReadTimeoutTest,
-    testing::Values(
-        TimeoutCase{"CancelledReadStillShowsTheBytesThatCame", 0, false, false, "abc", "",
-                    kCancelled + kAborted + " [T]   -- Even if cancelled, nDone is 3 bytes.\nabc\n", 1},
-        TimeoutCase{"NothingCamePauseBeforeCancelling", 50, false, false, "", "",
-                    " [T] Pause 50 msec before CancelIo()...\n" + kCancelled + kAborted, 0},
-        TimeoutCase{"WithoutCancelTheResultWaitsForTheDriver", 0, true, false, "", "0123456789",
-                    " [T] **NOT** calling CancelIo().\n"
-                    " [T] Result: ReadFile async SUCCESS. nDone=10.\n"
-                    "0123456789\n",
-                    1},
-        TimeoutCase{"WithoutResultTheCancelledBytesAreNotShown", 0, false, true, "abc", "",
-                    kCancelled + " [T] **NOT** calling GetOverlappedResult().\n", 0}),
-    [](const auto& p) { return std::string(p.param.name); });
 
 TEST_F(TimedReadTest, BothOmitLeversLeaveTheReadRunning) {
   ApplyTimeouts(port_);
@@ -162,25 +108,36 @@ TEST_F(TimedReadTest, BothOmitLeversLeaveTheReadRunning) {
   port_ = os::kInvalidHandle;
 }
 
-// Logged only with a read log path set; then flushed after each read, so the file holds the
+// Reads that return at once show their data up to the first NUL (or not, when silent) and count
+// it. Logged only with a read log path set; then flushed after each read, so the file holds the
 // records while the writer is still open. Each record starts with its time ([S]).
-TEST_F(TimedReadTest, ReadLogNeedsItsPathAndThenReceivesEveryByteAtOnce) {
+TEST_F(TimedReadTest, ImmediateReadsShowCountAndLogTheirData) {
   const std::string path = testlog::TempLogPath("read_log");
   LogFileWriter log;
   ASSERT_TRUE(log.Open(path.c_str(), false, 8192));
   SetReadLog(&log);
   g_rto_interval = -1;
   ApplyTimeouts(port_);
+  const auto shown = [&] { return Captured([&] { TimedRead(port_, 100); }); };
+  const auto at_once = [](int done) {
+    return Calling(100) + " [T] ReadFile sync success. nDone=" + std::to_string(done) + "\n\n";
+  };
+  const auto counted = [] { return std::tuple(Transfer().read_number, Transfer().stream_offset); };
+  EXPECT_EQ(at_once(0), shown());
+  EXPECT_EQ(std::tuple(0u, 0u), counted()) << "nothing read, nothing counted";
   ASSERT_TRUE(Arrive("abc"));
-  Captured([&] { TimedRead(port_, 100); });
+  EXPECT_EQ(at_once(3) + "abc\n", shown());
   log.Flush();
   EXPECT_EQ("", testlog::FileText(path)) << "no path, no record";
 
   std::snprintf(g_read_log_path, sizeof g_read_log_path, "%s", path.c_str());
   ASSERT_TRUE(Arrive(std::string("ab\0cd", 5)));
-  Captured([&] { TimedRead(port_, 100); });
+  EXPECT_EQ(at_once(5) + "ab\n", shown());
+  EXPECT_EQ(0, std::memcmp(TransferBuffer(), "ab\0cd", 6)) << "the data stays, with a NUL after it";
+  g_silent_read = true;
   ASSERT_TRUE(Arrive("0123456789ABCDEFGHIJ"));
-  Captured([&] { TimedRead(port_, 100); });
+  EXPECT_EQ(at_once(20) + "(silent read, no print)\n", shown());
+  EXPECT_EQ(std::tuple(3u, 28u), counted());
   const std::string raw = testlog::FileText(path);
   EXPECT_EQ(
       "[S] #1: 5 bytes.\r\n"
@@ -193,8 +150,7 @@ TEST_F(TimedReadTest, ReadLogNeedsItsPathAndThenReceivesEveryByteAtOnce) {
       "0010: 38 39 41 42 43 44 45 46 47 48 49 4a.\r\n"
       "\r\n",
       testlog::ScrubStamps(raw));
-
-  Captured([&] { TimedRead(port_, 100); });
+  EXPECT_EQ(at_once(0), shown());
   EXPECT_EQ(raw, testlog::FileText(path)) << "no data, no record";
   SetReadLog(nullptr);
   log.FlushAndClose();
