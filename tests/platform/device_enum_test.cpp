@@ -6,12 +6,14 @@
 
 #include "platform/os_device_enum.h"
 #include "platform/posix/device_source.h"
+#include "platform_test_util.h"
 #include "support/handle_holder.h"
 
 namespace portwren {
 namespace {
 
 using namespace os;
+using testing_util::ErrorOf;
 
 constexpr Guid kOtherClass = {0x20161207, 0x6A0C, 0x11D2, {0xB8, 0x41, 0x00, 0xC0, 0x4F, 0xAD, 0x51, 0x71}};
 
@@ -58,18 +60,17 @@ TEST(SystemDevicesTest, NoDevicesNoDosNamesNoLibraries) {
   posix::SetDeviceRoot("");
   ASSERT_TRUE(set);
   DeviceInterfaceData data;
-  EXPECT_FALSE(SetupDiEnumDeviceInterfaces(set.get(), nullptr, &kGuidDevInterfaceComPort, 0, &data));
-  EXPECT_EQ(GetLastError(), kErrNoMoreItems);
+  EXPECT_EQ(ErrorOf(SetupDiEnumDeviceInterfaces(set.get(), nullptr, &kGuidDevInterfaceComPort, 0, &data)),
+            kErrNoMoreItems);
   char target[260];
-  EXPECT_EQ(QueryDosDeviceA("COM7", target, sizeof target), 0u);
-  EXPECT_EQ(GetLastError(), kErrFileNotFound);
+  EXPECT_EQ(ErrorOf(QueryDosDeviceA("COM7", target, sizeof target) != 0), kErrFileNotFound);
   EXPECT_EQ(LoadLibraryA("devmgr.dll"), nullptr);
 }
 
 TEST_F(DeviceEnumTest, TheClassAskedForAndTheDetailWithThePathOrTheSizeItNeeds) {
   First(ports);
-  EXPECT_FALSE(SetupDiEnumDeviceInterfaces(ports.get(), nullptr, &kGuidDevInterfaceComPort, 1, &data));
-  EXPECT_EQ(GetLastError(), kErrNoMoreItems);
+  EXPECT_EQ(ErrorOf(SetupDiEnumDeviceInterfaces(ports.get(), nullptr, &kGuidDevInterfaceComPort, 1, &data)),
+            kErrNoMoreItems);
   DevInfoSetHolder all(SetupDiGetClassDevsA(nullptr, nullptr, kDigcfAllClasses | kDigcfDeviceInterface));
   EXPECT_TRUE(SetupDiEnumDeviceInterfaces(all.get(), nullptr, &kOtherClass, 0, &data));
   DevInfoSetHolder usb(SetupDiGetClassDevsW(&kGuidDevInterfaceComPort, u"usb", kDigcfDeviceInterface));
@@ -81,8 +82,8 @@ TEST_F(DeviceEnumTest, TheClassAskedForAndTheDetailWithThePathOrTheSizeItNeeds) 
   EXPECT_STREQ(detail->DevicePath, "/dev/ttyUSB0");
   EXPECT_EQ(sizeof(DeviceInterfaceDetailA), 8u);
   Dword required = 0;
-  EXPECT_FALSE(SetupDiGetDeviceInterfaceDetailA(ports.get(), &data, detail, 10, &required, nullptr));
-  EXPECT_EQ(GetLastError(), kErrInsufficientBuffer);
+  EXPECT_EQ(ErrorOf(SetupDiGetDeviceInterfaceDetailA(ports.get(), &data, detail, 10, &required, nullptr)),
+            kErrInsufficientBuffer);
   EXPECT_EQ(required, 4u + sizeof("/dev/ttyUSB0"));
   alignas(8) char wide_storage[260] = {};
   auto* wide = reinterpret_cast<DeviceInterfaceDetailW*>(wide_storage);
@@ -107,8 +108,8 @@ TEST_F(DeviceEnumTest, PropertiesInstanceIdPortNameAndExtras) {
                                                 sizeof text, nullptr));
   EXPECT_STREQ(text, "ftdi_sio");
   Dword required = 0;
-  EXPECT_FALSE(SetupDiGetDeviceInstanceIdA(ports.get(), &device, text, 4, &required));
-  EXPECT_EQ(GetLastError(), kErrInsufficientBuffer);
+  EXPECT_EQ(ErrorOf(SetupDiGetDeviceInstanceIdA(ports.get(), &device, text, 4, &required)),
+            kErrInsufficientBuffer);
   ASSERT_TRUE(SetupDiGetDeviceInstanceIdA(ports.get(), &device, text, sizeof text, nullptr));
   EXPECT_STREQ(text, "USB\\VID_0403&PID_6001\\A1");
 
@@ -133,9 +134,9 @@ TEST_F(DeviceEnumTest, MissingPropertiesAndBadHandlesFail) {
   DevInfoSetHolder set(SetupDiGetClassDevsA(&kOtherClass, nullptr, kDigcfDeviceInterface));
   First(set, kOtherClass);
   char text[64];
-  EXPECT_FALSE(SetupDiGetDeviceRegistryPropertyA(set.get(), &device, kSpdrpFriendlyName, nullptr, text,
-                                                 sizeof text, nullptr));
-  EXPECT_EQ(GetLastError(), kErrInvalidData);
+  EXPECT_EQ(ErrorOf(SetupDiGetDeviceRegistryPropertyA(set.get(), &device, kSpdrpFriendlyName, nullptr, text,
+                                                      sizeof text, nullptr)),
+            kErrInvalidData);
   RegKeyHolder key(SetupDiOpenDevRegKey(set.get(), &device, kDicsFlagGlobal, 0, kDiregDev, kKeyRead));
   Dword size = sizeof text;
   EXPECT_EQ(RegQueryValueExA(key.get(), "PortName", nullptr, text, &size), kErrFileNotFound);

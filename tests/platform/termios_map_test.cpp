@@ -133,26 +133,5 @@ TEST(TermiosMapTest, FlowControlBothWays) {
   }
 }
 
-// What someone else did to the terminal shows; what it cannot hold comes from the Dcb kept.
-TEST(TermiosMapTest, TheTerminalWinsOverTheKeptDcb) {
-  Dcb kept = Plain();
-  kept.fOutxCtsFlow = 1;
-  kept.fRtsControl = kRtsControlHandshake;
-  kept.fOutxDsrFlow = 1;
-  kept.EvtChar = '\n';
-  termios2 settings = Mapped(kept);
-  settings.c_cflag &= ~static_cast<tcflag_t>(CRTSCTS);
-  Dcb back = TermiosToDcb(settings, kept);
-  EXPECT_EQ(back.fOutxCtsFlow, 0u);
-  EXPECT_EQ(back.fRtsControl, kRtsControlEnable);
-  EXPECT_EQ(back.fOutxDsrFlow, 1u);
-  EXPECT_EQ(back.EvtChar, '\n');
-
-  settings.c_cflag |= CRTSCTS;
-  back = TermiosToDcb(settings, Plain());
-  EXPECT_EQ(back.fOutxCtsFlow, 1u);
-  EXPECT_EQ(back.fRtsControl, kRtsControlHandshake);
-}
-
 }  // namespace
 }  // namespace portwren::os::posix

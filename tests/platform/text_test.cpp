@@ -8,6 +8,7 @@
 
 #include "platform/os_text.h"
 #include "platform/posix/text_utf.h"
+#include "platform_test_util.h"
 
 namespace portwren {
 namespace {
@@ -15,6 +16,7 @@ namespace {
 using namespace os;
 using os::posix::Utf16ToUtf8;
 using os::posix::Utf8ToUtf16;
+using testing_util::ErrorOf;
 
 TEST(TextTest, WholeStringsWithTheirNulCountedOnesWithoutAndMalformedInputReplaced) {
   const char* narrow = "QDX_VBUS\\Qdx_vcom\\caf\xC3\xA9 \xF0\x9F\x98\x80";  // é and an emoji
@@ -42,15 +44,12 @@ TEST(TextTest, WholeStringsWithTheirNulCountedOnesWithoutAndMalformedInputReplac
 
 TEST(TextTest, TooSmallAndBadArgumentsFail) {
   WChar wide[2];
-  EXPECT_EQ(MultiByteToWideChar("abc", -1, wide, 2), 0);
-  EXPECT_EQ(GetLastError(), kErrInsufficientBuffer);
-  EXPECT_EQ(MultiByteToWideChar("abc", 0, wide, 2), 0);
-  EXPECT_EQ(GetLastError(), kErrInvalidParameter);
-  EXPECT_EQ(MultiByteToWideChar(nullptr, -1, wide, 2), 0);
-  EXPECT_EQ(GetLastError(), kErrInvalidParameter);
+  EXPECT_EQ(ErrorOf(MultiByteToWideChar("abc", -1, wide, 2) != 0), kErrInsufficientBuffer);
+  EXPECT_EQ(ErrorOf(MultiByteToWideChar("abc", 0, wide, 2) != 0), kErrInvalidParameter);
+  EXPECT_EQ(ErrorOf(MultiByteToWideChar(nullptr, -1, wide, 2) != 0), kErrInvalidParameter);
   char narrow[2];
-  EXPECT_EQ(WideCharToMultiByte(u"\u00E9", -1, narrow, 2), 0);  // two bytes and a NUL
-  EXPECT_EQ(GetLastError(), kErrInsufficientBuffer);
+  EXPECT_EQ(ErrorOf(WideCharToMultiByte(u"\u00E9", -1, narrow, 2) != 0),
+            kErrInsufficientBuffer);  // 2 bytes + NUL
 }
 
 TEST(StrictUtfTest, WellFormedTextRoundTripsMalformedUtf8AndUnpairedSurrogatesAreRefused) {

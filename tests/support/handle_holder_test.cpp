@@ -46,18 +46,5 @@ TEST(HandleHolderTest, ClosesWhatItHoldsOnScopeEndAssignmentAndResetButNotOnMove
   EXPECT_EQ(HandleHolder().get(), os::kInvalidHandle);
 }
 
-TEST(DevInfoSetHolderTest, DestroysTheSet) {
-  os::DevInfoSet raw;
-  {
-    DevInfoSetHolder set(os::SetupDiGetClassDevsA(&os::kGuidDevInterfaceComPort, nullptr,
-                                                  os::kDigcfPresent | os::kDigcfDeviceInterface));
-    ASSERT_TRUE(set);
-    raw = set.get();
-  }
-  os::DeviceInterfaceData data;
-  EXPECT_FALSE(os::SetupDiEnumDeviceInterfaces(raw, nullptr, &os::kGuidDevInterfaceComPort, 0, &data));
-  EXPECT_EQ(os::GetLastError(), os::kErrInvalidHandle);
-}
-
 }  // namespace
 }  // namespace portwren
