@@ -76,28 +76,28 @@ TEST(ErrnoMapTest, SystemErrorsBecomeTheirWindowsNumbers) {
 TEST_F(PosixPortTest, AChangeMadeBehindThePortsBackIsShown) {
   Dcb dcb;
   ASSERT_TRUE(GetCommState(port(), &dcb));
-  dcb.BaudRate = 19200, dcb.fOutxCtsFlow = 1, dcb.fRtsControl = kRtsControlHandshake, dcb.fOutxDsrFlow = 1;
-  dcb.EvtChar = '\n';
+  dcb.BaudRate = 19200, dcb.fOutxDsrFlow = 1, dcb.EvtChar = '\n';
   ASSERT_TRUE(SetCommState(port(), &dcb));
   const int other = open(pty_.port_path().c_str(), O_RDWR | O_NOCTTY);
   termios settings;
   ASSERT_EQ(tcgetattr(other, &settings), 0);
   cfsetspeed(&settings, B4800);
-  settings.c_cflag = (settings.c_cflag | CSTOPB) & ~static_cast<tcflag_t>(CRTSCTS);
+  settings.c_cflag |= CSTOPB | CRTSCTS;
   ASSERT_EQ(tcsetattr(other, TCSANOW, &settings), 0);
   ASSERT_TRUE(GetCommState(port(), &dcb));
   EXPECT_EQ(dcb.BaudRate, 4800u);
   EXPECT_EQ(dcb.StopBits, kTwoStopBits);
-  EXPECT_EQ(dcb.fOutxCtsFlow, 0u);
-  EXPECT_EQ(dcb.fRtsControl, kRtsControlEnable);
+  EXPECT_EQ(dcb.fOutxCtsFlow, 1u);
+  EXPECT_EQ(dcb.fRtsControl, kRtsControlHandshake);
   EXPECT_EQ(dcb.fOutxDsrFlow, 1u);
   EXPECT_EQ(dcb.EvtChar, '\n');
-  settings.c_cflag |= CRTSCTS;
+  ASSERT_TRUE(SetCommState(port(), &dcb));  // now keeps RTS/CTS itself
+  settings.c_cflag &= ~static_cast<tcflag_t>(CRTSCTS);
   ASSERT_EQ(tcsetattr(other, TCSANOW, &settings), 0);
   close(other);
   ASSERT_TRUE(GetCommState(port(), &dcb));
-  EXPECT_EQ(dcb.fOutxCtsFlow, 1u);
-  EXPECT_EQ(dcb.fRtsControl, kRtsControlHandshake);
+  EXPECT_EQ(dcb.fOutxCtsFlow, 0u);
+  EXPECT_EQ(dcb.fRtsControl, kRtsControlEnable);
 }
 
 long long CpuMs() {

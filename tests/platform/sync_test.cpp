@@ -112,7 +112,7 @@ TEST(MutexTest, OwnerMayTakeItAgainOthersWaitForTheLastRelease) {
   EXPECT_TRUE(Signalled(mutex.get()));  // recursive: count 2
   std::atomic<bool> acquired{false};
   std::atomic<Dword> foreign_release_error{0};
-  std::thread other([&] {
+  std::jthread other([&] {
     foreign_release_error = ErrorOf(ReleaseMutex(mutex.get()));
     acquired = WaitForSingleObject(mutex.get(), 5000) == kWaitObject0 && ReleaseMutex(mutex.get());
   });
