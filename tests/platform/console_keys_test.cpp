@@ -147,6 +147,8 @@ TEST(TerminalKeys, KeyWaitingNeverBlocksAndSeesTheSecondCodeALoneEscButNoDropped
   EXPECT_EQ(keys.GetKey(), 27);
   stream.Add("\x1b[99~");  // no key: a GetKey trusting KeyWaiting here would hang
   EXPECT_FALSE(keys.KeyWaiting());
+  stream.Add("\x1b[1");  // nor from one cut short by the wait
+  EXPECT_FALSE(keys.KeyWaiting());
   for (const int wait : stream.waits) EXPECT_GE(wait, 0);
 }
 
