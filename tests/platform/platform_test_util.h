@@ -12,6 +12,8 @@
 #include <thread>
 #include <vector>
 
+#include "platform/os_core.h"
+
 namespace portwren::testing_util {
 
 // Waits until the condition holds; false after patience_ms (generous: machines are shared).
@@ -22,6 +24,11 @@ inline bool WaitFor(const std::function<bool()>& condition, int patience_ms = 10
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
   }
   return true;
+}
+
+// 0 for a call that succeeded, else its last error.
+inline os::Dword ErrorOf(bool ok) {
+  return ok ? 0 : os::GetLastError();
 }
 
 // A fresh directory in the system's temporary folder, removed with everything in it at the end.
@@ -55,8 +62,7 @@ std::vector<int> Keys(Reader& reader, int count) {
   return keys;
 }
 
-// A line read as text: the line, or "<end>" and whatever the failed read left in the buffer
-// (which must be emptied).
+// A line read as text: the line, or "<end>" and what the failed read left in the buffer.
 template <typename Reader>
 std::string Line(Reader& reader, int capacity = 100) {
   std::vector<char> buffer(static_cast<size_t>(capacity) + 1, 'J');

@@ -14,7 +14,7 @@ struct EventWait {
   EventWait() : event(CreateEventA(true, false)) { overlapped.hEvent = event.get(); }
   bool Start(Handle port) {
     mask = kNoEnd;
-    completed = WaitCommEvent(port, &mask, &overlapped);
+    const bool completed = WaitCommEvent(port, &mask, &overlapped);
     error = completed ? 0 : GetLastError();
     return completed;
   }
@@ -28,93 +28,74 @@ struct EventWait {
   EventHolder event;
   Overlapped overlapped;
   Dword mask = 0;
-  bool completed = false;
   Dword error = 0;
 };
 
 class CommEventTest : public PortTest {};
 
-TEST_F(CommEventTest, BadMasksAndSecondWaitsAreRefused) {
+// A pseudo-terminal has no modem lines: their events never fire, so only SetCommMask ends the wait.
+TEST_F(CommEventTest, BadMasksAndSecondWaitsAreRefusedSetCommMaskOrCancelEndsTheWait) {
   EventWait wait;
   EXPECT_FALSE(wait.Start(port()));  // mask 0
   EXPECT_EQ(wait.error, kErrInvalidParameter);
   EXPECT_FALSE(SetCommMask(port(), 0x2000));
   EXPECT_EQ(GetLastError(), kErrInvalidParameter);
+  Dword mask = 0;
+  EXPECT_FALSE(GetCommModemStatus(port(), &mask));
+  EXPECT_EQ(GetLastError(), kErrNotSupported);
 
-  ASSERT_TRUE(SetCommMask(port(), kEvRxChar));
+  const Dword modem = kEvCts | kEvDsr | kEvRlsd | kEvRing;
+  ASSERT_TRUE(SetCommMask(port(), modem));
   ASSERT_FALSE(wait.Start(port()));
   ASSERT_EQ(wait.error, kErrIoPending);
   EventWait second;
   EXPECT_FALSE(second.Start(port()));
   EXPECT_EQ(second.error, kErrInvalidParameter);
-  Dword mask = 0;
   ASSERT_TRUE(GetCommMask(port(), &mask));
-  EXPECT_EQ(mask, kEvRxChar);
-  ASSERT_TRUE(SetCommMask(port(), 0));  // the wait must end before its Overlapped goes
-  EXPECT_TRUE(wait.Done(2000));
-}
-
-// A pseudo-terminal has no modem lines: such events never fire, so only SetCommMask ends the wait.
-TEST_F(CommEventTest, SetCommMaskEndsAPendingWaitSuccessfullyWithNoEvents) {
-  Dword status = 0;
-  EXPECT_FALSE(GetCommModemStatus(port(), &status));
-  EXPECT_EQ(GetLastError(), kErrNotSupported);
-  ASSERT_TRUE(SetCommMask(port(), kEvCts | kEvDsr | kEvRlsd | kEvRing));
-  EventWait wait;
-  ASSERT_FALSE(wait.Start(port()));
+  EXPECT_EQ(mask, modem);
   ASSERT_TRUE(pty_.WriteFar("data is no line change"));
   EXPECT_FALSE(wait.Done(200));
   ASSERT_TRUE(SetCommMask(port(), 0));
   EXPECT_EQ(wait.Ended(port()), 0u);
+
+  ASSERT_TRUE(SetCommMask(port(), kEvRxChar));
+  ASSERT_FALSE(wait.Start(port()));
+  ASSERT_TRUE(CancelIo(port()));
+  ASSERT_TRUE(wait.Done(2000));
+  EXPECT_FALSE(GetOverlappedResult(port(), &wait.overlapped, &mask, true));
+  EXPECT_EQ(GetLastError(), kErrOperationAborted);
+  EXPECT_EQ(wait.mask, 0u) << "a cancelled wait reports no events";
 }
 
-TEST_F(CommEventTest, ArrivalsSinceSetCommMaskAreKeptInTheHistoryAndReportedOnce) {
+// A byte is one event, whether a waiting read takes it at once or it is queued; it waits in the
+// history for the next WaitCommEvent, which reports it once.
+TEST_F(CommEventTest, EachByteSinceSetCommMaskIsOneEventKeptUntilReported) {
   ASSERT_TRUE(Queue("early"));
   ASSERT_TRUE(SetCommMask(port(), kEvRxChar));
   EventWait wait;
   ASSERT_FALSE(wait.Start(port()));
   EXPECT_FALSE(wait.Done(150)) << "bytes queued before SetCommMask are no event";
-  ASSERT_TRUE(pty_.WriteFar("late"));
+  Io read(6);
+  ASSERT_FALSE(read.Read(port(), 6));
+  ASSERT_TRUE(pty_.WriteFar("z"));
+  EXPECT_EQ(read.Finish(port()), Ok("earlyz"));
   EXPECT_EQ(wait.Ended(port()), kEvRxChar);
 
   ASSERT_TRUE(Queue("a"));
   EventWait first;
   ASSERT_TRUE(first.Start(port()));  // from the history, in the call
   EXPECT_EQ(first.mask, kEvRxChar);
-  EventWait second;  // history cleared: waits for the next byte
+  EventWait second;
   ASSERT_FALSE(second.Start(port()));
-  EXPECT_FALSE(second.Done(150));
+  Io later(1);
+  later.Read(port(), 1);
+  EXPECT_EQ(later.Finish(port()), Ok("a"));
+  EXPECT_FALSE(second.Done(150)) << "the history was cleared, and reading a reported byte is no event";
   ASSERT_TRUE(pty_.WriteFar("b"));
   EXPECT_EQ(second.Ended(port()), kEvRxChar);
 }
 
-// A byte is one event: when a pending read takes it at once, or when it arrives in the queue
-// (the read that takes it later reports nothing new).
-TEST_F(CommEventTest, EachByteIsOneEventWhetherAReadIsWaitingForItOrNot) {
-  ASSERT_TRUE(SetCommMask(port(), kEvRxChar));
-  Io read(1);
-  ASSERT_FALSE(read.Read(port(), 1));
-  EventWait wait;
-  ASSERT_FALSE(wait.Start(port()));
-  ASSERT_TRUE(pty_.WriteFar("z"));
-  EXPECT_EQ(read.Finish(port()), Ok("z"));
-  EXPECT_EQ(wait.Ended(port()), kEvRxChar);
-
-  EventWait queued;
-  ASSERT_FALSE(queued.Start(port()));
-  ASSERT_TRUE(pty_.WriteFar("y"));
-  EXPECT_EQ(queued.Ended(port()), kEvRxChar);
-  Io later(1);
-  later.Read(port(), 1);
-  EXPECT_EQ(later.Finish(port()), Ok("y"));
-  EventWait none;
-  ASSERT_FALSE(none.Start(port()));
-  EXPECT_FALSE(none.Done(150)) << "reading a reported byte is no new event";
-  ASSERT_TRUE(SetCommMask(port(), 0));
-  EXPECT_TRUE(none.Done(2000));
-}
-
-TEST_F(CommEventTest, TxEmptyComesOnlyAfterSomethingWasSent) {
+TEST_F(CommEventTest, TxEmptyComesOnlyAfterSomethingWasSentHistoryBitsOutsideANewMaskAreDropped) {
   Io before;  // sent while the mask did not ask for it
   before.Write(port(), "old");
   EXPECT_EQ(before.Finish(port()), Ok("old"));
@@ -127,19 +108,17 @@ TEST_F(CommEventTest, TxEmptyComesOnlyAfterSomethingWasSent) {
   EXPECT_EQ(write.Finish(port()), Ok("hello"));
   EXPECT_EQ(wait.Ended(port()), kEvTxEmpty);
   EXPECT_EQ(pty_.ReadFar(8, 1000), "oldhello");
-}
 
-TEST_F(CommEventTest, HistoryBitsOutsideANewMaskAreDroppedTheOthersKept) {
   ASSERT_TRUE(SetCommMask(port(), kEvRxChar | kEvTxEmpty));
   for (const Dword new_mask : {kEvRxChar | kEvTxEmpty, kEvRxChar}) {
-    Io write;
-    write.Write(port(), "x");
-    ASSERT_TRUE(write.Done(2000));
+    Io sent;
+    sent.Write(port(), "x");
+    ASSERT_TRUE(sent.Done(2000));
     ASSERT_TRUE(Queue("y"));
     ASSERT_TRUE(SetCommMask(port(), new_mask));
-    EventWait wait;
-    ASSERT_TRUE(wait.Start(port()));
-    EXPECT_EQ(wait.mask, new_mask);
+    EventWait kept;
+    ASSERT_TRUE(kept.Start(port()));
+    EXPECT_EQ(kept.mask, new_mask);
     PurgeComm(port(), kPurgeRxClear);
     pty_.DrainFar(20);
   }
@@ -151,8 +130,7 @@ TEST_F(CommEventTest, InputQueueFillingUpRaisesRx80Full) {
   Dword seen = 0;
   for (const auto start = Clock::now(); (seen & kEvRx80Full) == 0 && MsSince(start) < 3000;) {
     EventWait wait;
-    const bool at_once = wait.Start(port());
-    const Dword events = at_once ? wait.mask : wait.Ended(port());
+    const Dword events = wait.Start(port()) ? wait.mask : wait.Ended(port());
     if (events == kNoEnd) {
       SetCommMask(port(), 0);
       wait.Done(2000);
@@ -161,18 +139,6 @@ TEST_F(CommEventTest, InputQueueFillingUpRaisesRx80Full) {
     seen |= events;
   }
   EXPECT_EQ(seen, kEvRxChar | kEvRx80Full);
-}
-
-TEST_F(CommEventTest, CancelledWaitReportsAbortAndNoEvents) {
-  ASSERT_TRUE(SetCommMask(port(), kEvRxChar));
-  EventWait wait;
-  ASSERT_FALSE(wait.Start(port()));
-  ASSERT_TRUE(CancelIo(port()));
-  ASSERT_TRUE(wait.Done(2000));
-  Dword count = 0;
-  EXPECT_FALSE(GetOverlappedResult(port(), &wait.overlapped, &count, true));
-  EXPECT_EQ(GetLastError(), kErrOperationAborted);
-  EXPECT_EQ(wait.mask, 0u);
 }
 
 }  // namespace

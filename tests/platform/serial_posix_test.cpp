@@ -2,7 +2,6 @@
 // the port's back, the process's CPU time, the map from system errors to Windows numbers, and
 // the line control a pseudo-terminal refuses.
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <termios.h>
@@ -18,19 +17,12 @@
 namespace portwren::testing_util {
 namespace {
 
-class PosixPortTest : public PortTest {
- protected:
-  Dcb Current() {
-    Dcb dcb;
-    EXPECT_TRUE(GetCommState(port(), &dcb)) << GetLastError();
-    return dcb;
-  }
-};
+class PosixPortTest : public PortTest {};
 
 TEST_F(PosixPortTest, ASecondOpenFromAnotherProcessIsRefused) {
   const pid_t child = fork();
   ASSERT_GE(child, 0);
-  if (child == 0) _exit(OpenPort() == kInvalidHandle && GetLastError() == kErrAccessDenied ? 0 : 1);
+  if (child == 0) _exit(ErrorOf(OpenPort() != kInvalidHandle) == kErrAccessDenied ? 0 : 1);
   int status = 0;
   ASSERT_EQ(waitpid(child, &status, 0), child);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
@@ -43,33 +35,29 @@ TEST_F(PosixPortTest, MissingDevicesAndWindowsDeviceNamesAreNotFound) {
   std::ofstream("COM3") << "not the port";
   for (const char* name :
        {"/dev/ttyNOSUCH0", "COM3", "com12", "\\\\.\\COM12", "\\\\.\\QDX_Datapipe", "\\\\?\\COM1"}) {
-    SetLastError(0);
-    EXPECT_EQ(CreateFileA(name, kGenericRead | kGenericWrite, 0, kOpenExisting, kFileFlagOverlapped),
-              kInvalidHandle)
+    EXPECT_EQ(ErrorOf(CreateFileA(name, kGenericRead | kGenericWrite, 0, kOpenExisting,
+                                  kFileFlagOverlapped) != kInvalidHandle),
+              kErrFileNotFound)
         << name;
-    EXPECT_EQ(GetLastError(), kErrFileNotFound) << name;
   }
   ASSERT_EQ(chdir("/"), 0);
 }
 
 TEST_F(PosixPortTest, ControlRequestsAndSerialCallsOnOtherHandlesAreNotUnderstood) {
+  EXPECT_EQ(CtlCode(0x1612, 0xD04, kMethodBuffered, kFileReadAccess), 0x16127410u);
   Dword returned = 99;
   char out[8];
-  EXPECT_FALSE(DeviceIoControl(port(), CtlCode(0x1612, 0xD04, kMethodBuffered, kFileReadAccess), nullptr, 0,
-                               out, sizeof out, &returned, nullptr));
-  EXPECT_EQ(GetLastError(), kErrInvalidFunction);
+  EXPECT_EQ(ErrorOf(DeviceIoControl(port(), 0x16127410, nullptr, 0, out, sizeof out, &returned, nullptr)),
+            kErrInvalidFunction);
   EXPECT_EQ(returned, 0u);
-  EXPECT_FALSE(DeviceIoControl(kInvalidHandle, 0x16127410, nullptr, 0, out, sizeof out, &returned, nullptr));
-  EXPECT_EQ(GetLastError(), kErrInvalidHandle);
-  EXPECT_EQ(CtlCode(0x1612, 0xD04, kMethodBuffered, kFileReadAccess), 0x16127410u);
-
+  EXPECT_EQ(
+      ErrorOf(DeviceIoControl(kInvalidHandle, 0x16127410, nullptr, 0, out, sizeof out, &returned, nullptr)),
+      kErrInvalidHandle);
   HandleHolder file(CreateFileA("/dev/null", kGenericRead | kGenericWrite, 0, kOpenExisting, 0));
   ASSERT_TRUE(file);
   Dcb dcb;
-  EXPECT_FALSE(GetCommState(file.get(), &dcb));
-  EXPECT_EQ(GetLastError(), kErrInvalidFunction);
-  EXPECT_FALSE(SetCommMask(kInvalidHandle, kEvRxChar));
-  EXPECT_EQ(GetLastError(), kErrInvalidHandle);
+  EXPECT_EQ(ErrorOf(GetCommState(file.get(), &dcb)), kErrInvalidFunction);
+  EXPECT_EQ(ErrorOf(SetCommMask(kInvalidHandle, kEvRxChar)), kErrInvalidHandle);
 }
 
 TEST(ErrnoMapTest, SystemErrorsBecomeTheirWindowsNumbers) {
@@ -85,21 +73,32 @@ TEST(ErrnoMapTest, SystemErrorsBecomeTheirWindowsNumbers) {
   }
 }
 
+// What someone else did to the terminal shows; what termios cannot hold comes from the kept Dcb.
 TEST_F(PosixPortTest, AChangeMadeBehindThePortsBackIsShown) {
-  Dcb dcb = Current();
-  dcb.BaudRate = 19200;
+  Dcb dcb;
+  ASSERT_TRUE(GetCommState(port(), &dcb));
+  dcb.BaudRate = 19200, dcb.fOutxDsrFlow = 1, dcb.EvtChar = '\n';
   ASSERT_TRUE(SetCommState(port(), &dcb));
   const int other = open(pty_.port_path().c_str(), O_RDWR | O_NOCTTY);
-  ASSERT_GE(other, 0);
   termios settings;
   ASSERT_EQ(tcgetattr(other, &settings), 0);
   cfsetspeed(&settings, B4800);
-  settings.c_cflag |= CSTOPB;
+  settings.c_cflag |= CSTOPB | CRTSCTS;
+  ASSERT_EQ(tcsetattr(other, TCSANOW, &settings), 0);
+  ASSERT_TRUE(GetCommState(port(), &dcb));
+  EXPECT_EQ(dcb.BaudRate, 4800u);
+  EXPECT_EQ(dcb.StopBits, kTwoStopBits);
+  EXPECT_EQ(dcb.fOutxCtsFlow, 1u);
+  EXPECT_EQ(dcb.fRtsControl, kRtsControlHandshake);
+  EXPECT_EQ(dcb.fOutxDsrFlow, 1u);
+  EXPECT_EQ(dcb.EvtChar, '\n');
+  ASSERT_TRUE(SetCommState(port(), &dcb));  // now keeps RTS/CTS itself
+  settings.c_cflag &= ~static_cast<tcflag_t>(CRTSCTS);
   ASSERT_EQ(tcsetattr(other, TCSANOW, &settings), 0);
   close(other);
-  const Dcb back = Current();
-  EXPECT_EQ(back.BaudRate, 4800u);
-  EXPECT_EQ(back.StopBits, kTwoStopBits);
+  ASSERT_TRUE(GetCommState(port(), &dcb));
+  EXPECT_EQ(dcb.fOutxCtsFlow, 0u);
+  EXPECT_EQ(dcb.fRtsControl, kRtsControlEnable);
 }
 
 long long CpuMs() {
@@ -118,7 +117,7 @@ TEST_F(PosixPortTest, XoffHoldsAWriteWithoutBusyWaitingAndXonReleasesIt) {
   ASSERT_TRUE(Queue("m"));             // arrives after it: the XOFF has been dealt with
   Io write;
   const long long cpu_before = CpuMs();
-  ASSERT_FALSE(write.Write(port(), "held"));  // stopped: it cannot complete
+  ASSERT_FALSE(write.Write(port(), "held"));
   EXPECT_FALSE(write.Done(500));
   EXPECT_LT(CpuMs() - cpu_before, 250);  // waiting, not spinning
   EXPECT_EQ(pty_.ReadFar(4, 50), "");
@@ -132,7 +131,8 @@ TEST_F(PosixPortTest, XoffHoldsAWriteWithoutBusyWaitingAndXonReleasesIt) {
 TEST_F(PosixPortTest, LineControlOnAPseudoTerminal) {
   HandleHolder file(CreateFileA("/dev/null", kGenericRead | kGenericWrite, 0, kOpenExisting, 0));
   ASSERT_TRUE(file);
-  const Dcb plain = Current();
+  Dcb plain;
+  ASSERT_TRUE(GetCommState(port(), &plain));
   Dcb dtr_handshake = plain;
   dtr_handshake.fDtrControl = kDtrControlHandshake;
   Dcb rts_toggle = plain;

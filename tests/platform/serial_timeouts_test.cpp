@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <cstring>
 #include <ostream>
-#include <string_view>
-#include <utility>
 
 #include "common/wine_differences.h"
 #include "port_fixture.h"
@@ -16,146 +14,78 @@ namespace {
 
 constexpr Dword kMax = kMaxDword;
 
-// One read under one set of read timeouts: what is queued before it is issued, what the far
-// end sends right after, how long the read must then stay pending, what comes after that,
-// the least time it takes, what it gives (always success: a timeout is a short count, never
-// ERROR_TIMEOUT) and what stays queued for the next read.
+// One read: what is queued before it is issued, whether it ends inside ReadFile, what the far end
+// sends right after, how long it must then stay pending, what comes after that, the least time it
+// takes, what it gives (always success: a timeout is a short count) and what stays queued.
 struct ReadCase {
   const char* name;
   CommTimeouts timeouts;
   Dword count;
-  const char* queued = "";
-  bool in_call = false;  // completes inside ReadFile
-  const char* early = "";
-  int quiet_ms = 0;
-  const char* late = "";
-  long long min_ms = 0;
-  const char* got = "";
-  const char* left = "";
+  const char* queued;
+  bool in_call;
+  const char* early;
+  int quiet_ms;
+  const char* late;
+  long long min_ms;
+  const char* got;
+  const char* left;
+  const char* wine;                // why Wine cannot follow the row
+  bool reset_after_issue = false;  // SetCommTimeouts(0/0/0) once the read is current
 };
 void PrintTo(const ReadCase& c, std::ostream* out) {
   *out << c.name;
 }
 
-// The total timer, where there is one, is at most 250 ms; the interval timer is 50 ms.
-constexpr ReadCase kReadCases[] = {
-    {.name = "AllZeroWaitsForEveryByteWithoutATimer",
-     .timeouts = {0, 0, 0},
-     .count = 5,
-     .early = "abc",
-     .quiet_ms = 200,
-     .late = "de",
-     .got = "abcde"},
-    {.name = "AllZeroCompletesInTheCallWhenEverythingIsThere",
-     .timeouts = {0, 0, 0},
-     .count = 5,
-     .queued = "hello",
-     .in_call = true,
-     .got = "hello"},
-    {.name = "ZeroLengthReadSucceedsAtOnce", .timeouts = {0, 0, 0}, .count = 0, .in_call = true},
-    {.name = "IntervalOnlyReturnsNothingAtOnce", .timeouts = {kMax, 0, 0}, .count = 8, .in_call = true},
-    {.name = "IntervalOnlyReturnsWhatIsThereAtOnce",
-     .timeouts = {kMax, 0, 0},
-     .count = 8,
-     .queued = "xy",
-     .in_call = true,
-     .got = "xy"},
-    {.name = "MaxMaxZeroCompletesInTheCallWithNothing",
-     .timeouts = {kMax, kMax, 0},
-     .count = 8,
-     .in_call = true},
-    {.name = "MaxMaxConstantReturnsBufferedBytesAtOnce",
-     .timeouts = {kMax, kMax, 5000},
-     .count = 10,
-     .queued = "abc",
-     .in_call = true,
-     .got = "abc"},
-    {.name = "MaxMaxConstantShrinksToOneByteWhenNothingIsThere",
-     .timeouts = {kMax, kMax, 5000},
-     .count = 10,
-     .early = "xyz",
-     .got = "x",
-     .left = "yz"},
-    {.name = "MaxMaxConstantExpiresAsSuccessWithZeroBytes",
-     .timeouts = {kMax, kMax, 100},
-     .count = 10,
-     .min_ms = 90},
-    {.name = "MaxWithTotalTimerDoesNotShrink",
-     .timeouts = {kMax, 10, 200},
-     .count = 5,
-     .early = "ab",
-     .quiet_ms = 100,
-     .min_ms = 240,
-     .got = "ab"},
-    {.name = "MaxWithTotalTimerReturnsBufferedBytesAtOnce",
-     .timeouts = {kMax, 10, 200},
-     .count = 5,
-     .queued = "cde",
-     .in_call = true,
-     .got = "cde"},
-    {.name = "MaxIntervalAndMaxConstantHaveNoTimerAtAll",
-     .timeouts = {kMax, 0, kMax},
-     .count = 3,
-     .quiet_ms = 250,
-     .late = "abc",
-     .got = "abc"},
-    {.name = "IntervalTimerWaitsForTheFirstByte",
-     .timeouts = {50, 0, 0},
-     .count = 10,
-     .quiet_ms = 250,
-     .late = "ab",
-     .got = "ab"},
-    {.name = "TotalTimeoutCompletesWithAShortCount",
-     .timeouts = {0, 20, 100},
-     .count = 5,
-     .early = "ab",
-     .min_ms = 190,
-     .got = "ab"},
-    // Finish waits 5 s: ending at all means the interval fired, not the 10 s total.
-    {.name = "IntervalFiresBeforeTheTotal",
-     .timeouts = {50, 0, 10000},
-     .count = 10,
-     .early = "ab",
-     .got = "ab"},
-    {.name = "TotalFiresWhenNoByteStartsTheInterval", .timeouts = {5000, 0, 100}, .count = 10, .min_ms = 90},
+// clang-format off
+const ReadCase kReadCases[] = {
+  {"AllZeroWaitsForEveryByteWithoutATimer", {0, 0, 0}, 5, "", false, "abc", 200, "de", 0, "abcde", "", nullptr},
+  {"AllZeroCompletesInTheCallWhenEverythingIsThere", {0, 0, 0}, 5, "hello", true, "", 0, "", 0, "hello", "",
+   wine::kReadsAlwaysPend},
+  {"ZeroLengthReadSucceedsAtOnce", {0, 0, 0}, 0, "", true, "", 0, "", 0, "", "", nullptr},
+  {"IntervalOnlyReturnsNothingAtOnce", {kMax, 0, 0}, 8, "", true, "", 0, "", 0, "", "", wine::kReadReturnAtOnce},
+  {"IntervalOnlyReturnsWhatIsThereAtOnce", {kMax, 0, 0}, 8, "xy", true, "", 0, "", 0, "xy", "", nullptr},
+  {"MaxMaxZeroCompletesInTheCallWithNothing", {kMax, kMax, 0}, 8, "", true, "", 0, "", 0, "", "",
+   wine::kReadsAlwaysPend},
+  {"MaxMaxConstantReturnsBufferedBytesAtOnce", {kMax, kMax, 5000}, 10, "abc", true, "", 0, "", 0, "abc", "",
+   wine::kReadsAlwaysPend},
+  {"MaxMaxConstantShrinksToOneByteWhenNothingIsThere", {kMax, kMax, 5000}, 10, "", false, "xyz", 0, "", 0, "x",
+   "yz", wine::kReadFirstByteTimeout},
+  {"MaxMaxConstantExpiresAsSuccessWithZeroBytes", {kMax, kMax, 100}, 10, "", false, "", 0, "", 90, "", "",
+   wine::kReadFirstByteTimeout},
+  {"MaxWithTotalTimerDoesNotShrink", {kMax, 10, 200}, 5, "", false, "ab", 100, "", 240, "ab", "", nullptr},
+  {"MaxWithTotalTimerReturnsBufferedBytesAtOnce", {kMax, 10, 200}, 5, "cde", true, "", 0, "", 0, "cde", "",
+   wine::kReadsAlwaysPend},
+  {"MaxIntervalAndMaxConstantHaveNoTimerAtAll", {kMax, 0, kMax}, 3, "", false, "", 250, "abc", 0, "abc", "",
+   nullptr},
+  {"IntervalTimerWaitsForTheFirstByte", {50, 0, 0}, 10, "", false, "", 250, "ab", 0, "ab", "", nullptr},
+  {"TotalTimeoutCompletesWithAShortCount", {0, 20, 100}, 5, "", false, "ab", 0, "", 190, "ab", "", nullptr},
+  // Finish waits 5 s: ending at all means the interval fired, not the 10 s total.
+  {"IntervalFiresBeforeTheTotal", {50, 0, 10000}, 10, "", false, "ab", 0, "", 0, "ab", "", nullptr},
+  {"TotalFiresWhenNoByteStartsTheInterval", {5000, 0, 100}, 10, "", false, "", 0, "", 90, "", "",
+   wine::kExpiredReadFails},
+  // 0/0/0 would mean "wait forever" for a new read; the current one keeps its 150 ms.
+  {"LaterSetCommTimeoutsDoesNotReachTheCurrentRead", {0, 0, 150}, 4, "", false, "", 0, "", 140, "", "",
+   wine::kExpiredReadFails, true},
 };
+// clang-format on
 
 class ReadTimeoutCase : public PortTest, public ::testing::WithParamInterface<ReadCase> {};
 
-// The rows Wine cannot follow, and why (measured row by row).
-const char* WineDifference(std::string_view name) {
-  static const std::pair<std::string_view, const char*> kRows[] = {
-      {"AllZeroCompletesInTheCallWhenEverythingIsThere", wine::kReadsAlwaysPend},
-      {"IntervalOnlyReturnsNothingAtOnce", wine::kReadReturnAtOnce},
-      {"MaxMaxZeroCompletesInTheCallWithNothing", wine::kReadsAlwaysPend},
-      {"MaxMaxConstantReturnsBufferedBytesAtOnce", wine::kReadsAlwaysPend},
-      {"MaxWithTotalTimerReturnsBufferedBytesAtOnce", wine::kReadsAlwaysPend},
-      {"MaxMaxConstantShrinksToOneByteWhenNothingIsThere", wine::kReadFirstByteTimeout},
-      {"MaxMaxConstantExpiresAsSuccessWithZeroBytes", wine::kReadFirstByteTimeout},
-      {"TotalFiresWhenNoByteStartsTheInterval", wine::kExpiredReadFails},
-  };
-  for (const auto& [row, reason] : kRows) {
-    if (row == name) return reason;
-  }
-  return nullptr;
-}
-
 TEST_P(ReadTimeoutCase, Read) {
   const ReadCase& c = GetParam();
-  if (const char* reason = WineDifference(c.name)) PORTWREN_SKIP_UNDER_WINE(reason);
+  if (c.wine != nullptr) PORTWREN_SKIP_UNDER_WINE(c.wine);
   ASSERT_TRUE(SetCommTimeouts(port(), &c.timeouts));
   ASSERT_TRUE(Queue(c.queued));
   Io read(c.count);
   const auto start = Clock::now();
+  ASSERT_EQ(read.Read(port(), c.count), c.in_call) << read.issue_error;
   if (c.in_call) {
-    ASSERT_TRUE(read.Read(port(), c.count)) << read.issue_error;
     EXPECT_LT(MsSince(start), 1000);
     EXPECT_EQ(read.Text(read.issued_done), c.got);
     EXPECT_TRUE(read.Done(0)) << "the event is set for a completion in the call too";
-  } else {
-    ASSERT_FALSE(read.Read(port(), c.count));
-    ASSERT_TRUE(read.pending()) << read.issue_error;
   }
+  ASSERT_TRUE(c.in_call || read.pending()) << read.issue_error;
+  if (c.reset_after_issue) SetTimeouts(0, 0, 0);
   ASSERT_TRUE(pty_.WriteFar(c.early));
   EXPECT_FALSE(c.quiet_ms > 0 && read.Done(c.quiet_ms));
   ASSERT_TRUE(pty_.WriteFar(c.late));
@@ -187,19 +117,17 @@ TEST_F(ReadTimeoutTest, AllThreeMaxAreRefusedOthersReadBack) {
   EXPECT_EQ(std::memcmp(&back, &accepted, sizeof back), 0);
 }
 
-// The bytes span several intervals: a timer armed by the first byte alone would end the read
-// after the first few.
+// A byte every 50 ms for 550 ms under a 150 ms interval: a timer armed by the first byte alone
+// would end the read after the first few.
 TEST_F(ReadTimeoutTest, IntervalTimerIsRestartedByEachByte) {
-  constexpr int kIntervalMs = 150;
-  constexpr int kGapMs = 50;
-  const std::string sent = "abcdefghijkl";  // 550 ms from first to last
-  SetTimeouts(kIntervalMs, 0, 0);
+  const std::string sent = "abcdefghijkl";
+  SetTimeouts(150, 0, 0);
   Io read(32);
   ASSERT_FALSE(read.Read(port(), 32));
   std::jthread sender([&] {
     const auto start = Clock::now();
     for (size_t i = 0; i < sent.size(); ++i) {
-      std::this_thread::sleep_until(start + std::chrono::milliseconds(kGapMs * static_cast<int>(i)));
+      std::this_thread::sleep_until(start + std::chrono::milliseconds(50 * static_cast<int>(i)));
       pty_.WriteFar(sent.substr(i, 1));
     }
   });
@@ -221,15 +149,6 @@ TEST_F(ReadTimeoutTest, TimeoutsAreTakenWhenTheReadBecomesCurrent) {
   EXPECT_EQ(second.Finish(port()), Ok(""));
 }
 
-TEST_F(ReadTimeoutTest, LaterSetCommTimeoutsDoesNotReachTheCurrentRead) {
-  PORTWREN_SKIP_UNDER_WINE(wine::kExpiredReadFails);
-  SetTimeouts(0, 0, 150);
-  Io read(4);
-  ASSERT_FALSE(read.Read(port(), 4));
-  SetTimeouts(0, 0, 0);  // would mean "wait forever" for a new read
-  EXPECT_EQ(read.Finish(port()), Ok(""));
-}
-
 TEST_F(ReadTimeoutTest, ZeroLengthWriteSucceedsAndAnOverlappedPortNeedsAnOverlapped) {
   Io write;
   ASSERT_TRUE(write.Write(port(), ""));
@@ -244,30 +163,27 @@ TEST_F(ReadTimeoutTest, ZeroLengthWriteSucceedsAndAnOverlappedPortNeedsAnOverlap
 
 class WriteTimeoutTest : public PortTest {};
 
-TEST_F(WriteTimeoutTest, TotalTimeoutEndsABlockedWriteWithWhatWasSent) {
+// Both writes are far more than a pseudo-terminal holds.
+TEST_F(WriteTimeoutTest, WithoutTimeoutsAWriteWaitsTheTotalTimeoutEndsItWithWhatWasSent) {
+  const std::string data(100000, 'z');
+  Io waits;
+  ASSERT_FALSE(waits.Write(port(), data));
+  EXPECT_FALSE(waits.Done(300));
+  EXPECT_EQ(pty_.ReadFar(data.size(), 5000), data);
+  EXPECT_EQ(waits.Finish(port()), Ok(data));
+
   SetTimeouts(0, 0, 0, 0, 200);
-  const std::string data(200000, 'w');  // far more than a pseudo-terminal holds
   Io write;
   const auto start = Clock::now();
-  ASSERT_FALSE(write.Write(port(), data));
+  ASSERT_FALSE(write.Write(port(), std::string(200000, 'w')));
   ASSERT_TRUE(write.pending());
   ASSERT_TRUE(write.Done(3000));
   EXPECT_GE(MsSince(start), 190);
   const auto result = write.Collect(port());
   EXPECT_TRUE(result.ok);
   EXPECT_GT(result.count, 0u);
-  EXPECT_LT(result.count, data.size());
+  EXPECT_LT(result.count, 200000u);
   EXPECT_EQ(pty_.DrainFar(100), result.count);
-}
-
-TEST_F(WriteTimeoutTest, WithoutTimeoutsAWriteWaitsForTheFarEnd) {
-  SetTimeouts(0, 0, 0, 0, 0);
-  const std::string data(100000, 'z');
-  Io write;
-  ASSERT_FALSE(write.Write(port(), data));
-  EXPECT_FALSE(write.Done(300));
-  EXPECT_EQ(pty_.ReadFar(data.size(), 5000), data);
-  EXPECT_EQ(write.Finish(port()), Ok(data));
 }
 
 }  // namespace

@@ -3,10 +3,12 @@
 // real U+FFFD in it is just a character.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 
 #include "platform/os_text.h"
 #include "platform/posix/text_utf.h"
+#include "platform_test_util.h"
 
 namespace portwren {
 namespace {
@@ -14,53 +16,43 @@ namespace {
 using namespace os;
 using os::posix::Utf16ToUtf8;
 using os::posix::Utf8ToUtf16;
+using testing_util::ErrorOf;
 
-TEST(TextTest, WholeStringWithItsNulBothWays) {
+TEST(TextTest, WholeStringsWithTheirNulCountedOnesWithoutAndMalformedInputReplaced) {
   const char* narrow = "QDX_VBUS\\Qdx_vcom\\caf\xC3\xA9 \xF0\x9F\x98\x80";  // é and an emoji
-  const int needed = MultiByteToWideChar(narrow, -1, nullptr, 0);
-  ASSERT_EQ(needed, 26);  // 23 ASCII/BMP units + a surrogate pair + NUL
+  ASSERT_EQ(MultiByteToWideChar(narrow, -1, nullptr, 0), 26);               // 23 units, a surrogate pair, NUL
   WChar wide[64];
-  ASSERT_EQ(MultiByteToWideChar(narrow, -1, wide, 64), needed);
+  ASSERT_EQ(MultiByteToWideChar(narrow, -1, wide, 64), 26);
   EXPECT_EQ(std::u16string(wide), u"QDX_VBUS\\Qdx_vcom\\caf\u00E9 \U0001F600");
-
   char back[64];
-  ASSERT_EQ(WideCharToMultiByte(wide, -1, back, 64), static_cast<int>(std::string(narrow).size()) + 1);
+  ASSERT_EQ(WideCharToMultiByte(wide, -1, back, 64), static_cast<int>(std::strlen(narrow)) + 1);
   EXPECT_STREQ(back, narrow);
-}
 
-TEST(TextTest, CountedInputHasNoNulAdded) {
-  WChar wide[8] = {u'x', u'x', u'x', u'x'};
-  ASSERT_EQ(MultiByteToWideChar("abcdef", 3, wide, 8), 3);
-  EXPECT_EQ(std::u16string(wide, 4), u"abcx");
-}
+  WChar counted[8] = {u'x', u'x', u'x', u'x'};
+  ASSERT_EQ(MultiByteToWideChar("abcdef", 3, counted, 8), 3);
+  EXPECT_EQ(std::u16string(counted, 4), u"abcx");
 
-TEST(TextTest, TooSmallAndBadArgumentsFail) {
-  WChar wide[2];
-  EXPECT_EQ(MultiByteToWideChar("abc", -1, wide, 2), 0);
-  EXPECT_EQ(GetLastError(), kErrInsufficientBuffer);
-  EXPECT_EQ(MultiByteToWideChar("abc", 0, wide, 2), 0);
-  EXPECT_EQ(GetLastError(), kErrInvalidParameter);
-  EXPECT_EQ(MultiByteToWideChar(nullptr, -1, wide, 2), 0);
-  EXPECT_EQ(GetLastError(), kErrInvalidParameter);
-  char narrow[2];
-  EXPECT_EQ(WideCharToMultiByte(u"\u00E9", -1, narrow, 2), 0);  // two bytes and a NUL
-  EXPECT_EQ(GetLastError(), kErrInsufficientBuffer);
-}
-
-TEST(TextTest, MalformedInputIsReplacedNotDropped) {
-  WChar wide[16];
   ASSERT_EQ(MultiByteToWideChar("a\xFF"
                                 "b\xC3",
                                 4, wide, 16),
             4);
   EXPECT_EQ(std::u16string(wide, 4), u"a\uFFFDb\uFFFD");
   const WChar lone[] = {u'x', 0xD800, u'y', 0};
-  char narrow[16];
-  ASSERT_EQ(WideCharToMultiByte(lone, -1, narrow, 16), 6);
-  EXPECT_STREQ(narrow, "x\xEF\xBF\xBDy");
+  ASSERT_EQ(WideCharToMultiByte(lone, -1, back, 16), 6);
+  EXPECT_STREQ(back, "x\xEF\xBF\xBDy");
 }
 
-TEST(StrictUtfTest, WellFormedTextRoundTrips) {
+TEST(TextTest, TooSmallAndBadArgumentsFail) {
+  WChar wide[2];
+  EXPECT_EQ(ErrorOf(MultiByteToWideChar("abc", -1, wide, 2) != 0), kErrInsufficientBuffer);
+  EXPECT_EQ(ErrorOf(MultiByteToWideChar("abc", 0, wide, 2) != 0), kErrInvalidParameter);
+  EXPECT_EQ(ErrorOf(MultiByteToWideChar(nullptr, -1, wide, 2) != 0), kErrInvalidParameter);
+  char narrow[2];
+  EXPECT_EQ(ErrorOf(WideCharToMultiByte(u"\u00E9", -1, narrow, 2) != 0),
+            kErrInsufficientBuffer);  // 2 bytes + NUL
+}
+
+TEST(StrictUtfTest, WellFormedTextRoundTripsMalformedUtf8AndUnpairedSurrogatesAreRefused) {
   const std::string narrow =
       "/dev/caf\xC3\xA9-\xE2\x82\xAC-\xF0\x9F\x98\x80-\xEF\xBF\xBD";  // é € emoji U+FFFD
   std::u16string wide;
@@ -69,23 +61,15 @@ TEST(StrictUtfTest, WellFormedTextRoundTrips) {
   std::string back;
   ASSERT_TRUE(Utf16ToUtf8(wide.c_str(), &back));
   EXPECT_EQ(back, narrow);
-}
 
-TEST(StrictUtfTest, MalformedUtf8IsRefused) {
-  std::u16string wide;
-  for (const std::string& bad :
-       {std::string("a\xFF"), std::string("\xC3"), std::string("\xC0\xAF"), std::string("\xE0\x80\xAF"),
-        std::string("\xED\xA0\x80"), std::string("\xF4\x90\x80\x80"), std::string("\xE2\x28\xA1")}) {
-    EXPECT_FALSE(Utf8ToUtf16(bad, &wide)) << testing::PrintToString(bad);
+  for (const char* bad :
+       {"a\xFF", "\xC3", "\xC0\xAF", "\xE0\x80\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xE2\x28\xA1"}) {
+    EXPECT_FALSE(Utf8ToUtf16(bad, &wide)) << testing::PrintToString(std::string(bad));
   }
-}
-
-TEST(StrictUtfTest, UnpairedSurrogatesAreRefused) {
-  std::string narrow;
   for (const std::u16string bad : {u"a\xD83D"
                                    u"b",
                                    u"\xDE00\xD83D", u"a\xD83D"}) {
-    EXPECT_FALSE(Utf16ToUtf8(bad.c_str(), &narrow)) << bad.size();
+    EXPECT_FALSE(Utf16ToUtf8(bad.c_str(), &back)) << bad.size();
   }
 }
 

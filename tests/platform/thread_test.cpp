@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdint>
 
 #include "platform/os_sync.h"
 #include "platform/os_thread.h"
@@ -12,7 +13,7 @@ namespace {
 
 using namespace os;
 
-// The thread reports its id, waits for release, then sets done.
+// The thread reports its id, waits for release, then sets done and returns 42.
 struct Probe {
   EventHolder release{CreateEventA(true, false)};
   EventHolder done{CreateEventA(true, false)};
@@ -27,6 +28,10 @@ Dword ReportIdAndWait(void* argument) {
   return 42;
 }
 
+Dword ReturnArgument(void* argument) {
+  return static_cast<Dword>(reinterpret_cast<uintptr_t>(argument));
+}
+
 TEST(ThreadTest, HandleIsSignalledWhenTheProcedureReturnsWithItsResult) {
   Probe probe;
   Dword id = 0;
@@ -34,19 +39,29 @@ TEST(ThreadTest, HandleIsSignalledWhenTheProcedureReturnsWithItsResult) {
   ASSERT_TRUE(thread);
   EXPECT_NE(id, 0u);
   EXPECT_NE(id, GetCurrentThreadId());
-
   Dword code = 0;
   ASSERT_TRUE(GetExitCodeThread(thread.get(), &code));
   EXPECT_EQ(code, kStillActive);
   EXPECT_EQ(WaitForSingleObject(thread.get(), 30), kWaitTimeout);
-
   SetEvent(probe.release.get());
   ASSERT_EQ(WaitForSingleObject(thread.get(), 5000), kWaitObject0);
-  EXPECT_EQ(probe.seen_id.load(), id);  // the id given out is the one the thread sees
+  EXPECT_EQ(probe.seen_id.load(), id) << "the id given out is the one the thread sees";
   ASSERT_TRUE(GetExitCodeThread(thread.get(), &code));
   EXPECT_EQ(code, 42u);
-  // Stays signalled.
-  EXPECT_EQ(WaitForSingleObject(thread.get(), 0), kWaitObject0);
+  EXPECT_EQ(WaitForSingleObject(thread.get(), 0), kWaitObject0) << "and stays signalled";
+
+  HandleHolder a(CreateThread(ReturnArgument, reinterpret_cast<void*>(7), 0, nullptr));
+  HandleHolder b(CreateThread(ReturnArgument, reinterpret_cast<void*>(8), 0, nullptr));
+  const Handle both[] = {a.get(), b.get()};
+  ASSERT_EQ(WaitForMultipleObjects(2, both, true, 5000), kWaitObject0);
+  Dword code_b = 0;
+  GetExitCodeThread(a.get(), &code);
+  GetExitCodeThread(b.get(), &code_b);
+  EXPECT_EQ(code, 7u);
+  EXPECT_EQ(code_b, 8u);
+
+  EXPECT_EQ(CreateThread(nullptr, nullptr, 0, nullptr), nullptr);
+  EXPECT_EQ(GetLastError(), kErrInvalidParameter);
 }
 
 Dword UseDeepStack(void*) {
@@ -56,41 +71,18 @@ Dword UseDeepStack(void*) {
   return static_cast<Dword>(block[4096]);
 }
 
-TEST(ThreadTest, SmallStackSizeIsOnlyAStartingSize) {
+TEST(ThreadTest, SmallStackSizeIsOnlyAStartingSizeAndClosingTheHandleLeavesTheThreadRunning) {
   HandleHolder thread(CreateThread(UseDeepStack, nullptr, 64000, nullptr));
   ASSERT_TRUE(thread);
   ASSERT_EQ(WaitForSingleObject(thread.get(), 5000), kWaitObject0);
   Dword code = 99;
   GetExitCodeThread(thread.get(), &code);
   EXPECT_EQ(code, 0u);
-}
 
-Dword ReturnArgument(void* argument) {
-  return static_cast<Dword>(reinterpret_cast<uintptr_t>(argument));
-}
-
-TEST(ThreadTest, WaitAllOnSeveralThreads) {
-  HandleHolder a(CreateThread(ReturnArgument, reinterpret_cast<void*>(7), 0, nullptr));
-  HandleHolder b(CreateThread(ReturnArgument, reinterpret_cast<void*>(8), 0, nullptr));
-  const Handle both[] = {a.get(), b.get()};
-  ASSERT_EQ(WaitForMultipleObjects(2, both, true, 5000), kWaitObject0);
-  Dword code_a = 0, code_b = 0;
-  GetExitCodeThread(a.get(), &code_a);
-  GetExitCodeThread(b.get(), &code_b);
-  EXPECT_EQ(code_a, 7u);
-  EXPECT_EQ(code_b, 8u);
-}
-
-TEST(ThreadTest, ClosingTheHandleLeavesTheThreadRunning) {
   Probe probe;
   ASSERT_TRUE(CloseHandle(CreateThread(ReportIdAndWait, &probe, 0, nullptr)));
   SetEvent(probe.release.get());
   EXPECT_EQ(WaitForSingleObject(probe.done.get(), 5000), kWaitObject0);
-}
-
-TEST(ThreadTest, NoProcedureNoThread) {
-  EXPECT_EQ(CreateThread(nullptr, nullptr, 0, nullptr), nullptr);
-  EXPECT_EQ(GetLastError(), kErrInvalidParameter);
 }
 
 }  // namespace

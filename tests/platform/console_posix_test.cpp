@@ -1,6 +1,9 @@
-// Console input on a real terminal (a pseudo-terminal): single-key mode and its flags, keys as
-// the terminal sends them, the edited line read, and the terminal's own mode back on every way
-// out of the program (normal exit, SIGTERM, SIGHUP, Ctrl+C, Ctrl+Z and fg).
+// The POSIX console on real descriptors: a pipe, a file, a closed descriptor, and a terminal
+// (a pseudo-terminal) with single-key mode, keys as the terminal sends them, the edited line,
+// and the terminal's own mode back on every way out of the program.
+#include "platform/posix/console_posix.h"
+
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pty.h>
@@ -16,133 +19,146 @@
 #include <cstring>
 #include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "common/pipe.h"
 #include "platform/os_console.h"
-#include "platform/posix/console_posix.h"
 #include "platform_test_util.h"
 
 namespace portwren::os {
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using testing_util::Keys;
 using testing_util::Line;
 using testing_util::WaitFor;
-constexpr auto kPatience = std::chrono::seconds(10);  // shared machines can be slow
+using Codes = std::vector<int>;
 
-class Pty {
- public:
+TEST(PosixConsoleInput, APipeAFileAndAClosedDescriptorEndInEsc) {
+  testkit::Pipe pipe;
+  PosixConsole console(pipe.reader_fd());
+  EXPECT_FALSE(console.IsTerminal());
+  EXPECT_FALSE(console.KeyWaiting()) << "nothing written yet, writer still open";
+  pipe.Write("x");
+  EXPECT_TRUE(console.KeyWaiting());
+  {
+    std::jthread late([&pipe] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      pipe.Write("\r\n\x1b[A");
+      pipe.CloseWriter();
+    });
+    EXPECT_EQ(Keys(console, 5), (Codes{'x', 13, 27, '[', 'A'})) << "GetKey waits for a late writer";
+  }
+  EXPECT_TRUE(console.KeyWaiting()) << "the end of input reads as ESC, so it is waiting";
+  EXPECT_EQ(Keys(console, 2), (Codes{27, 27}));
+  EXPECT_FALSE(console.InKeyMode());
+
+  testing_util::TempDir dir;
+  const int fd = open(dir.File("keys").c_str(), O_RDWR | O_CREAT, 0600);
+  ASSERT_EQ(write(fd, "r5\nq", 4), 4);
+  ASSERT_EQ(lseek(fd, 0, SEEK_SET), 0);
+  {
+    PosixConsole file(fd);
+    EXPECT_EQ(file.GetKey(), 'r');
+    EXPECT_EQ(Line(file, 10), "5");
+    EXPECT_EQ(Keys(file, 2), (Codes{'q', 27}));
+  }
+  close(fd);
+  PosixConsole closed(fd);
+  EXPECT_TRUE(closed.KeyWaiting());
+  EXPECT_EQ(closed.GetKey(), 27);
+  EXPECT_EQ(Line(closed, 10), "<end>");
+}
+
+// A pseudo-terminal in its own (cooked) mode; the test types on the master side.
+struct Pty {
   Pty() {
-    EXPECT_EQ(openpty(&master_, &slave_, nullptr, nullptr, nullptr), 0);
-    EXPECT_EQ(tcgetattr(slave_, &original_), 0);
+    EXPECT_EQ(openpty(&master, &slave, nullptr, nullptr, nullptr), 0);
+    EXPECT_EQ(tcgetattr(slave, &original), 0);
   }
   ~Pty() {
-    if (master_ >= 0) close(master_);
-    close(slave_);
+    close(master);
+    close(slave);
   }
-  int master() const { return master_; }
-  int slave() const { return slave_; }
-  const termios& original() const { return original_; }
-
   void Type(const std::string& bytes) const {
-    ASSERT_EQ(write(master_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    ASSERT_EQ(write(master, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
   }
-  void HangUp() {
-    close(master_);
-    master_ = -1;
-  }
-
   termios Mode() const {
     termios mode{};
-    tcgetattr(slave_, &mode);
+    tcgetattr(slave, &mode);
     return mode;
   }
-  bool InKeyMode() const { return (Mode().c_lflag & ICANON) == 0; }
   bool IsOriginal() const {
     const termios now = Mode();
-    return now.c_iflag == original_.c_iflag && now.c_oflag == original_.c_oflag &&
-           now.c_cflag == original_.c_cflag && now.c_lflag == original_.c_lflag &&
-           std::memcmp(now.c_cc, original_.c_cc, sizeof now.c_cc) == 0;
+    return now.c_iflag == original.c_iflag && now.c_oflag == original.c_oflag &&
+           now.c_cflag == original.c_cflag && now.c_lflag == original.c_lflag &&
+           std::memcmp(now.c_cc, original.c_cc, sizeof now.c_cc) == 0;
   }
   bool WaitForKeyMode() const {
-    return WaitFor([this] { return InKeyMode(); });
+    return WaitFor([this] { return (Mode().c_lflag & ICANON) == 0; });
   }
-
-  // What the terminal shows, read until it contains `expected` (or kPatience ran out).
+  // What the terminal shows, read until it contains expected (or 10 s ran out).
   std::string ReadUntil(const std::string& expected) {
-    const auto deadline = Clock::now() + kPatience;
-    while (shown_.find(expected) == std::string::npos && Clock::now() < deadline) {
-      pollfd ready{master_, POLLIN, 0};
-      if (poll(&ready, 1, 20) <= 0) continue;
+    for (const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+         shown.find(expected) == std::string::npos && std::chrono::steady_clock::now() < deadline;) {
+      pollfd ready{master, POLLIN, 0};
       char chunk[256];
-      const ssize_t got = read(master_, chunk, sizeof chunk);
-      if (got <= 0) break;
-      shown_.append(chunk, static_cast<size_t>(got));
+      const ssize_t got = poll(&ready, 1, 20) > 0 ? read(master, chunk, sizeof chunk) : 0;
+      if (got < 0) break;
+      shown.append(chunk, static_cast<size_t>(got));
     }
-    return shown_;
+    return shown;
   }
 
- private:
-  int master_ = -1;
-  int slave_ = -1;
-  termios original_{};
-  std::string shown_;
+  int master = -1, slave = -1;
+  termios original{};
+  std::string shown;
 };
 
 TEST(ConsolePty, SingleKeyModeOnFirstUseAndBackAfter) {
   Pty pty;
   {
-    PosixConsole console(pty.slave());
+    PosixConsole console(pty.slave);
     ASSERT_TRUE(console.IsTerminal());
     EXPECT_TRUE(pty.IsOriginal()) << "nothing changes before the first key is asked for";
     EXPECT_FALSE(console.KeyWaiting());
     ASSERT_TRUE(console.InKeyMode());
-
     const termios mode = pty.Mode();
     EXPECT_EQ(mode.c_lflag & (ICANON | ECHO | IEXTEN), 0u);
     EXPECT_NE(mode.c_lflag & ISIG, 0u) << "Ctrl+C must still end the program";
     EXPECT_EQ(mode.c_iflag & (ICRNL | INLCR | IGNCR | IXON), 0u);
-    EXPECT_EQ(mode.c_oflag, pty.original().c_oflag) << "output keeps its line-end processing";
+    EXPECT_EQ(mode.c_oflag, pty.original.c_oflag) << "output keeps its line-end processing";
     EXPECT_EQ(mode.c_cc[VMIN], 1);
 
     console.Restore();
     EXPECT_TRUE(pty.IsOriginal());
     EXPECT_FALSE(console.KeyWaiting());
-    EXPECT_TRUE(pty.InKeyMode()) << "the next key read switches again";
+    EXPECT_EQ(pty.Mode().c_lflag & ICANON, 0u) << "the next key read switches again";
     pty.Type("z");
     EXPECT_EQ(console.GetKey(), 'z');
   }
   EXPECT_TRUE(pty.IsOriginal()) << "the console puts the terminal back when it goes";
 }
 
-// Bytes typed before key mode would be echoed and turned by the terminal itself on arrival,
-// so each test switches first.
-TEST(ConsolePty, KeysAsTheTerminalSendsThem) {
+// Bytes typed before key mode would be echoed and turned by the terminal itself, so each test
+// switches first.
+TEST(ConsolePty, KeysAsTheTerminalSendsThemTheEditedLineAndAHangUp) {
   Pty pty;
-  PosixConsole console(pty.slave());
+  PosixConsole console(pty.slave);
   console.EnterKeyMode();
-  pty.Type("\x1b[A\x1b[B\x1b[C\x1b[D\x1b[1~\x1b[4~\x1bOP\x1b[24~\x1b[2;5A\r\x7f\x13\x11q");
-  EXPECT_EQ(Keys(console, 19), (std::vector<int>{224, 72, 224, 80, 224, 77, 224, 75, 224, 71, 224, 79, 0, 59,
-                                                 224, 134, 13, 8, 19}));
-  EXPECT_EQ(Keys(console, 2), (std::vector<int>{17, 'q'})) << "Ctrl+Q and Ctrl+S are keys, not flow control";
-
+  pty.Type("\x1b[A\x1b[4~\x1bOP\x1b[24~\x1b[2;5A\r\x7f\x13\x11q");
+  EXPECT_EQ(Keys(console, 13), (Codes{224, 72, 224, 79, 0, 59, 224, 134, 13, 8, 19, 17, 'q'}))
+      << "Ctrl+Q and Ctrl+S are keys, not flow control";
   pty.Type("\x1b");
   EXPECT_EQ(console.GetKey(), 27) << "a lone ESC arrives after the short wait";
   pty.Type("\x1b[5~");
   EXPECT_TRUE(WaitFor([&] { return console.KeyWaiting(); }));
-  EXPECT_EQ(Keys(console, 2), (std::vector<int>{224, 73}));
+  EXPECT_EQ(Keys(console, 2), (Codes{224, 73}));
   EXPECT_FALSE(console.KeyWaiting());
-}
 
-TEST(ConsolePty, LineReadShowsWhatIsTypedAndAHangUpReadsAsEsc) {
-  Pty pty;
-  PosixConsole console(pty.slave());
-  console.EnterKeyMode();
   pty.Type(
       "12x\x7f"
-      "3\r"
-      "k");
+      "3\rk");
   EXPECT_EQ(Line(console), "123");
   EXPECT_EQ(console.GetKey(), 'k');
   const std::string shown = pty.ReadUntil("\n");
@@ -150,34 +166,30 @@ TEST(ConsolePty, LineReadShowsWhatIsTypedAndAHangUpReadsAsEsc) {
   EXPECT_EQ(shown.back(), '\n');
   EXPECT_EQ(shown.find('k'), std::string::npos) << "keys are not echoed";
 
-  pty.HangUp();
-  EXPECT_EQ(Keys(console, 2), (std::vector<int>{27, 27}));
+  close(std::exchange(pty.master, -1));
+  EXPECT_EQ(Keys(console, 2), (Codes{27, 27})) << "a hang-up reads as ESC";
   EXPECT_TRUE(console.KeyWaiting());
 }
 
 // ---- the program's console on its controlling terminal, in a child process ----
 
+// body runs in a child whose controlling terminal and standard streams are the pty's slave.
 class ChildOnPty {
  public:
-  // body runs in a child whose controlling terminal and standard streams are the pty's slave.
-  explicit ChildOnPty(Pty& pty, const std::function<int()>& body) {
+  ChildOnPty(Pty& pty, const std::function<int()>& body) {
     std::fflush(nullptr);
     pid_ = fork();
     if (pid_ == 0) {
-      close(pty.master());
-      if (login_tty(dup(pty.slave())) != 0) _exit(90);
+      close(pty.master);
+      if (login_tty(dup(pty.slave)) != 0) _exit(90);
       std::exit(body());
     }
     EXPECT_GT(pid_, 0);
   }
   ~ChildOnPty() {
-    if (pid_ > 0 && !reaped_) {
-      kill(pid_, SIGKILL);
-      Wait();
-    }
+    if (pid_ > 0 && !reaped_) kill(pid_, SIGKILL), Wait();
   }
   pid_t pid() const { return pid_; }
-
   // How the child ended: "exit <code>" or "signal <number>".
   std::string Wait() {
     int status = 0;
@@ -201,38 +213,33 @@ int PrintKeysUntilQ() {
   return 1;
 }
 
-int IgnoreHangUpThenPrintKeys() {
-  signal(SIGHUP, SIG_IGN);  // as nohup leaves it
-  return PrintKeysUntilQ();
-}
-
 TEST(ConsolePtyProgram, EveryWayOutRestoresTheTerminal) {
   const struct {
-    int (*body)();
-    int sent;           // once key mode is on, unless 0
-    const char* typed;  // then
-    const char* ended;
-    const char* shown;
+    bool ignore_hang_up;  // as nohup leaves it
+    int sent;             // once key mode is on, unless 0
+    const char* typed;    // then
+    const char *ended, *shown;
   } ways[] = {
-      {PrintKeysUntilQ, 0, "a\x1b[Bq", "exit 0", "[97][224][80][113]"},
-      {PrintKeysUntilQ, 0, "\x03", "signal 2", ""},  // Ctrl+C: SIGINT from the terminal
-      {PrintKeysUntilQ, SIGTERM, "", "signal 15", ""},
-      {PrintKeysUntilQ, SIGHUP, "", "signal 1", ""},
-      {PrintKeysUntilQ, SIGQUIT, "", "signal 3", ""},
-      {IgnoreHangUpThenPrintKeys, SIGHUP, "q", "exit 0", ""},  // an ignored hang-up stays ignored
+      {false, 0, "a\x1b[Bq", "exit 0", "[97][224][80][113]"},
+      {false, 0, "\x03", "signal 2", ""},  // Ctrl+C: SIGINT from the terminal
+      {false, SIGTERM, "", "signal 15", ""},
+      {false, SIGHUP, "", "signal 1", ""},
+      {false, SIGQUIT, "", "signal 3", ""},
+      {true, SIGHUP, "q", "exit 0", ""},  // an ignored hang-up stays ignored
   };
   for (const auto& way : ways) {
     SCOPED_TRACE(std::to_string(way.sent) + " " + way.ended);
     Pty pty;
-    ChildOnPty child(pty, way.body);
+    ChildOnPty child(pty, [&way] {
+      if (way.ignore_hang_up) signal(SIGHUP, SIG_IGN);
+      return PrintKeysUntilQ();
+    });
     ASSERT_TRUE(pty.WaitForKeyMode());
     if (way.sent != 0) kill(child.pid(), way.sent);
     pty.Type(way.typed);
     EXPECT_EQ(child.Wait(), way.ended);
     EXPECT_TRUE(pty.IsOriginal());
-    if (*way.shown) {
-      EXPECT_NE(pty.ReadUntil(way.shown).find(way.shown), std::string::npos);
-    }
+    EXPECT_NE(pty.ReadUntil(way.shown).find(way.shown), std::string::npos);
   }
 }
 

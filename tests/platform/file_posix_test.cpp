@@ -1,5 +1,6 @@
-// Descriptors of the process: a closed standard stream is taken by /dev/null before anything
-// else can land on it, and every descriptor the backend opens is close-on-exec.
+// What only POSIX gives: a closed standard stream is taken by /dev/null before anything else can
+// land on it, every descriptor the backend opens is close-on-exec, a full disk, and names that
+// cannot be converted.
 #include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -102,6 +103,19 @@ TEST(Descriptors, EveryDescriptorTheBackendOpensIsCloseOnExec) {
     EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0) << Describe(fd);
   }
   EXPECT_GE(opened, 3) << "the port's descriptor and event and the file's descriptor";
+}
+
+TEST(FilePosix, AFullDiskAndANameWithALoneSurrogateFailWithTheirWindowsNumbers) {
+  HandleHolder full(CreateFileA("/dev/full", kGenericWrite, kFileShareRead, kOpenAlways, 0));
+  ASSERT_TRUE(full);
+  Dword done = 77;
+  EXPECT_FALSE(WriteFile(full.get(), "x", 1, &done, nullptr));
+  EXPECT_EQ(GetLastError(), kErrDiskFull);
+  EXPECT_EQ(done, 0u);
+  // Windows keeps a lone surrogate in a name; a POSIX file system has no UTF-8 for it.
+  const char16_t broken[] = {u'a', 0xD800, 0};
+  EXPECT_EQ(CreateFileW(broken, kGenericRead, 0, kOpenExisting, 0), kInvalidHandle);
+  EXPECT_EQ(GetLastError(), kErrInvalidName);
 }
 
 }  // namespace
