@@ -43,9 +43,11 @@ foreach(folder format console support echo platform)
   set_tests_properties(wine.${folder} PROPERTIES LABELS wine TIMEOUT 300 ENVIRONMENT TZ=UTC)
 endforeach()
 
-# The serial cases on a socat null-modem line. Wine 8.0's server has crashed under them on a busy
-# machine (an assertion in its fd code, and a hang), so they run apart: `make test-wine-serial`.
+# The serial cases on a socat null-modem line, in a prefix and with a wineserver of their own
+# (scripts/wine-run.sh), one run at a time.
 add_test(NAME wine-serial.platform COMMAND bash ${PROJECT_SOURCE_DIR}/scripts/wine-run.sh
                                            $<TARGET_FILE:platform_tests_win> --gtest_filter=${win_serial_suites})
-set_tests_properties(wine-serial.platform PROPERTIES LABELS wine-serial TIMEOUT 300
-                                                     ENVIRONMENT "TZ=UTC;PORTWREN_WINE_SERIAL=1")
+set_tests_properties(
+  wine-serial.platform
+  PROPERTIES LABELS "wine;wine-serial" TIMEOUT 300 RESOURCE_LOCK wine-serial-line
+             ENVIRONMENT "TZ=UTC;PORTWREN_WINE_SERIAL=1;PORTWREN_WINEPREFIX=${CMAKE_CURRENT_BINARY_DIR}/wine-prefix-serial")

@@ -103,10 +103,23 @@ std::filesystem::path BuildTreeDir() {
 void AddWineEnvironment(ProcessOptions* options) {
   options->env.emplace_back("WINEPREFIX", WinePrefixDir());
   options->env.emplace_back("WINEDEBUG", "-all");
-  // No Mono or Gecko install prompts, no desktop menu entries.
-  options->env.emplace_back("WINEDLLOVERRIDES", "mscoree,mshtml,winemenubuilder.exe=");
+  // No Mono or Gecko install prompts, no desktop menu entries, and no mount manager: at every
+  // start it maps each /dev/ttyS* to a COM port (COM1 is this machine's own console). Only the
+  // tests map COM ports.
+  options->env.emplace_back("WINEDLLOVERRIDES", "mscoree,mshtml,winemenubuilder.exe=;mountmgr.sys=d");
   options->env_unset.push_back("DISPLAY");
   options->env_unset.push_back("WAYLAND_DISPLAY");
+}
+
+// The COM ports the prefix maps, each after a space.
+std::string ComPortsOf(const std::filesystem::path& prefix) {
+  std::string ports;
+  std::error_code ec;
+  for (const auto& entry : std::filesystem::directory_iterator(prefix / "dosdevices", ec)) {
+    const std::string name = entry.path().filename().string();
+    if (name.starts_with("com")) ports += " " + name;
+  }
+  return ports;
 }
 
 // Creates the shared prefix once per build tree; the lock makes other test processes wait for it.
@@ -126,8 +139,10 @@ std::string EnsureWinePrefix(const std::string& wine) {
   }
 
   std::string error;
-  const std::filesystem::path marker = prefix / ".portwren-ready";
+  // A prefix from before the mount manager was left out maps COM1: it is made anew.
+  const std::filesystem::path marker = prefix / ".portwren-ready-2";
   if (!std::filesystem::exists(marker, ec)) {
+    std::filesystem::remove_all(prefix, ec);
     ProcessOptions options;
     AddWineEnvironment(&options);
     options.timeout = kWinePrefixTimeout;
@@ -137,6 +152,8 @@ std::string EnsureWinePrefix(const std::string& wine) {
     } else if (boot.timed_out || boot.exit_code != 0) {
       error = "wineboot --init failed (exit " + std::to_string(boot.exit_code) +
               (boot.timed_out ? ", timed out" : "") + "): " + boot.err;
+    } else if (const std::string ports = ComPortsOf(prefix); !ports.empty()) {
+      error = "the new prefix maps COM ports of its own:" + ports;
     } else {
       const int marker_fd = open(marker.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
       if (marker_fd >= 0) close(marker_fd);

@@ -48,7 +48,7 @@ class WinePortTest : public testkit::PtyRunTest {
     run.env.emplace_back("PORTWREN_PRINT_LESS", "1");
     ProcessResult r = testkit::RunPortwrenUnderWine(args, run);
     EXPECT_TRUE(r.started) << r.error;
-    EXPECT_FALSE(r.timed_out) << r.out;
+    EXPECT_FALSE(r.timed_out) << "portwren.exe did not end within 60 s: hung under Wine\n" << r.out;
     r.out = testkit::ScrubRunText(testkit::NormalizeLineEnds(r.out));
     return r;
   }

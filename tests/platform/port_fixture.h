@@ -5,8 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <condition_variable>
 #include <functional>
-#include <latch>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -94,6 +95,29 @@ struct Io {
   }
 };
 
+// A one-shot gate. Not std::latch: MinGW's libstdc++ 12 waits for atomics through a shared
+// condition variable notified without its mutex, and loses wake-ups (measured: a thread waiting
+// on a latch that was counted down hangs within a hundred rounds under Wine).
+class Gate {
+ public:
+  void Open() {
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      open_ = true;
+    }
+    opened_.notify_all();
+  }
+  void Wait() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    opened_.wait(lock, [this] { return open_; });
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable opened_;
+  bool open_ = false;
+};
+
 // Runs issue() on a thread of its own that stays alive until Release(), then runs last()
 // there: Windows cancels a thread's requests when it ends, so no issuing thread ends early.
 class IssuingThread {
@@ -102,22 +126,22 @@ class IssuingThread {
       const std::function<void()>& issue, const std::function<void()>& last = [] {})
       : thread_([this, issue, last] {
           issue();
-          issued_.count_down();
-          released_.wait();
+          issued_.Open();
+          released_.Wait();
           last();
         }) {
-    issued_.wait();
+    issued_.Wait();
   }
   ~IssuingThread() { Release(); }
   void Release() {
     if (!thread_.joinable()) return;
-    released_.count_down();
+    released_.Open();
     thread_.join();
   }
 
  private:
-  std::latch issued_{1};
-  std::latch released_{1};
+  Gate issued_;
+  Gate released_;
   std::thread thread_;
 };
 

@@ -29,16 +29,41 @@ OVERLAPPED* Native(Overlapped* overlapped) {
 }
 
 // The routine of each ReadFileEx/WriteFileEx still running, by its Overlapped. The system
-// calls a routine of its own shape back in the issuing thread, which finds ours here.
-thread_local std::unordered_map<Overlapped*, CompletionRoutine> t_routines;
+// calls a routine of its own shape back in the issuing thread, which finds ours here. One table
+// for the process, not one per thread: MinGW frees a thread's thread_local storage before it
+// runs the destructors of what lives there, so a thread_local table is used after being freed
+// when a thread that issued requests ends.
+struct RoutineTable {
+  std::mutex mutex;
+  std::unordered_map<Overlapped*, CompletionRoutine> routines;
+};
+
+// Never destroyed: a routine may still run while the process ends.
+RoutineTable& Routines() {
+  static RoutineTable* const table = new RoutineTable;
+  return *table;
+}
+
+void AddRoutine(Overlapped* overlapped, CompletionRoutine routine) {
+  RoutineTable& table = Routines();
+  const std::lock_guard<std::mutex> lock(table.mutex);
+  table.routines[overlapped] = routine;
+}
+
+CompletionRoutine TakeRoutine(Overlapped* overlapped) {
+  RoutineTable& table = Routines();
+  const std::lock_guard<std::mutex> lock(table.mutex);
+  const auto found = table.routines.find(overlapped);
+  if (found == table.routines.end()) return nullptr;
+  const CompletionRoutine routine = found->second;
+  table.routines.erase(found);
+  return routine;
+}
 
 void WINAPI RunRoutine(DWORD error_code, DWORD bytes_transferred, OVERLAPPED* native) {
   auto* overlapped = reinterpret_cast<Overlapped*>(native);
-  const auto found = t_routines.find(overlapped);
-  if (found == t_routines.end()) return;
-  const CompletionRoutine routine = found->second;
-  t_routines.erase(found);
-  routine(error_code, bytes_transferred, overlapped);
+  if (const CompletionRoutine routine = TakeRoutine(overlapped))
+    routine(error_code, bytes_transferred, overlapped);
 }
 
 }  // namespace
@@ -75,9 +100,9 @@ bool ReadFileEx(Handle file, void* buffer, Dword bytes_to_read, Overlapped* over
     ::SetLastError(ERROR_INVALID_PARAMETER);
     return false;
   }
-  t_routines[overlapped] = routine;
+  AddRoutine(overlapped, routine);
   if (::ReadFileEx(file, buffer, bytes_to_read, Native(overlapped), RunRoutine)) return true;
-  t_routines.erase(overlapped);
+  TakeRoutine(overlapped);
   return false;
 }
 
@@ -87,9 +112,9 @@ bool WriteFileEx(Handle file, const void* buffer, Dword bytes_to_write, Overlapp
     ::SetLastError(ERROR_INVALID_PARAMETER);
     return false;
   }
-  t_routines[overlapped] = routine;
+  AddRoutine(overlapped, routine);
   if (::WriteFileEx(file, buffer, bytes_to_write, Native(overlapped), RunRoutine)) return true;
-  t_routines.erase(overlapped);
+  TakeRoutine(overlapped);
   return false;
 }
 
