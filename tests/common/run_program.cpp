@@ -1,6 +1,7 @@
 #include "common/run_program.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -183,6 +184,18 @@ std::string FindOnPath(const std::string& name) {
   return "";
 }
 
+// In the sanitizer builds a finding in a child fails the test that ran it, whatever exit code the
+// test expects: AddressSanitizer's exit code is 1, the same as a refused command line.
+void ExpectNoSanitizerReport(const std::string& program, const std::string& err) {
+  for (const char* report :
+       {"ERROR: AddressSanitizer", "ERROR: LeakSanitizer", "WARNING: ThreadSanitizer", ": runtime error: "}) {
+    if (err.find(report) != std::string::npos) {
+      ADD_FAILURE() << program << " reported a sanitizer finding:\n" << err;
+      return;
+    }
+  }
+}
+
 }  // namespace
 
 std::string NormalizeLineEnds(const std::string& text) {
@@ -319,6 +332,7 @@ ProcessResult RunProcess(const std::string& program, const std::vector<std::stri
   } else if (WIFSIGNALED(status)) {
     result.term_signal = WTERMSIG(status);
   }
+  ExpectNoSanitizerReport(program, result.err);
   return result;
 }
 

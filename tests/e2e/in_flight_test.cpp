@@ -1,7 +1,7 @@
 // Reads left in flight on purpose (--omit-cancelio, --omit-getoverlappedresult): the request
 // outlives the key that started it and its event; bytes that arrive later complete it, and ESC
 // closes the port under it. Nothing hangs, the loop answers, and (in the asan build) nothing
-// touches freed memory.
+// touches freed memory: the run helper fails the test on a sanitizer's report.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -66,9 +66,6 @@ TEST_P(InFlight, CompletesWithoutTouchingFreedMemory) {
   EXPECT_EQ(0, r.exit_code) << r.out << r.err;
   ExpectInOrder(testkit::ScrubRunText(r.out),
                 {"Got 'r'.", "WAIT_TIMEOUT", "Got 'q'.", testkit::kEscLines, testkit::kClosedLines});
-  for (const char* report : {"AddressSanitizer", "runtime error", "LeakSanitizer"}) {
-    EXPECT_EQ(std::string::npos, r.err.find(report)) << r.err;
-  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, InFlight, testing::ValuesIn(kCases),

@@ -1,6 +1,7 @@
 // The line going away under the program: the far end of its pseudo-terminal closed while a read,
-// a write, an echo client or an echo server waits. Each pending request ends with its error line,
-// the key loop answers the next key, and ESC ends the run; nothing waits for a line that is gone.
+// a write, an echo client, an echo server, the comm-event monitor or the background reader waits.
+// Each pending request ends with its error line, once, the key loop answers the next key, and ESC
+// ends the run; nothing waits for a line that is gone.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
@@ -9,6 +10,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <ostream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -23,6 +25,7 @@ using testkit::ProcessOptions;
 using testkit::ProcessResult;
 
 constexpr int kLineWaitMs = 15000;
+constexpr int kSettleMs = 200;
 
 struct VanishCase {
   const char* name;
@@ -30,8 +33,16 @@ struct VanishCase {
   std::string keys;
   std::string pending;             // printed once the request waits on the line
   size_t far_reads;                // bytes the far end takes first (the echo client's chunks)
-  std::vector<std::string> after;  // printed, in order, once the far end is gone
+  std::vector<std::string> after;  // printed, in order, once the far end is gone; the last once
+  std::string far_writes = "";     // sent by the far end first, and waited for...
+  std::string far_written = "";    // ...until this line shows the program took it in
+  std::string next = "q";          // keys of the loop's next pass, and what they print
+  std::vector<std::string> next_lines = {"Got 'q'."};
 };
+
+void PrintTo(const VanishCase& c, std::ostream* out) {
+  *out << c.name;
+}
 
 const VanishCase kCases[] = {
     {"Read",
@@ -61,6 +72,41 @@ const VanishCase kCases[] = {
      // The server prints nothing once its first read is pending: the line goes away before or
      // after that, and either the read or its start fails.
      {"WinErr=1167(ERROR_DEVICE_NOT_CONNECTED)", "Echo server stopped."}},
+    // The monitor's wait ends with the device; e then finds the thread gone.
+    {"Monitor",
+     {},
+     "E",
+     "====Starting WaitCommEvent(mask=0x1D)...",
+     0,
+     {"====WaitCommEvent() fail! WinErr=1167(ERROR_DEVICE_NOT_CONNECTED)", "WaitCommEvent thread quitting."},
+     "",
+     "",
+     "e",
+     {"Got 'e'.", "WaitCommEvent thread quitting confirmed."}},
+    // The same with bytes nobody takes: the input queue is then watched by sampling, not by
+    // waiting for a first byte, and the hang-up must still be seen.
+    {"MonitorWithBytesWaiting",
+     {},
+     "E",
+     "====Starting WaitCommEvent(mask=0x1D)...",
+     0,
+     {"====WaitCommEvent() fail! WinErr=1167(ERROR_DEVICE_NOT_CONNECTED)", "WaitCommEvent thread quitting."},
+     "abc",
+     "====Starting WaitCommEvent(mask=0x1D)...",
+     "e",
+     {"Got 'e'.", "WaitCommEvent thread quitting confirmed."}},
+    // The reader ends at the first failed read rather than trying again and again; # still asks.
+    {"Reader",
+     {"-b", "3"},
+     "#",
+     "ReadCom-thread created success.",
+     0,
+     // The read that fails may be the pending one or the next one started.
+     {"WinErr=1167(ERROR_DEVICE_NOT_CONNECTED)", "ReadComThread: Got error."},
+     "abc",
+     "ReadComThread: Got 3 bytes.",
+     "#y",
+     {"Got '#'.", "Stop ReadCom thread?(y/N)y"}},
 };
 
 class Vanishing : public testkit::PtyRunTest, public testing::WithParamInterface<VanishCase> {
@@ -103,18 +149,33 @@ TEST_P(Vanishing, PendingRequestEndsWithItsLineAndTheLoopGoesOn) {
   if (c.far_reads > 0) {
     ASSERT_EQ(c.far_reads, pty_.ReadFar(c.far_reads, kLineWaitMs).size());
   }
+  if (!c.far_writes.empty()) {
+    ASSERT_TRUE(pty_.WriteFar(c.far_writes));
+    ASSERT_TRUE(watch_.WaitFor(c.far_written, kLineWaitMs)) << c.far_written;
+  }
+  // The monitor and the reader print their line before the wait starts: give it time to start.
+  std::this_thread::sleep_for(std::chrono::milliseconds(kSettleMs));
   pty_.CloseFar();
   for (const std::string& line : c.after) {
     if (!watch_.WaitFor(line, kLineWaitMs)) break;  // the output, shown below, tells what came instead
   }
-  keys_.Type("q");
-  ASSERT_TRUE(watch_.WaitFor("Got 'q'.", kLineWaitMs));
+  keys_.Type(c.next);
+  ASSERT_TRUE(watch_.WaitFor(c.next_lines.back(), kLineWaitMs)) << c.next_lines.back();
   const ProcessResult& r = Finish();
   EXPECT_EQ(0, r.exit_code) << r.out << r.err;
   std::vector<std::string> in_order{c.pending};
   in_order.insert(in_order.end(), c.after.begin(), c.after.end());
-  in_order.insert(in_order.end(), {"Got 'q'.", testkit::kEscLines});
+  in_order.insert(in_order.end(), c.next_lines.begin(), c.next_lines.end());
+  in_order.push_back(testkit::kEscLines);
   ExpectInOrder(r.out, in_order);
+  // A thread that went on trying a line that is gone would end each try with this line again.
+  const std::string until_next = r.out.substr(0, r.out.rfind(c.next_lines.front()));
+  size_t ends = 0;
+  for (size_t at = until_next.find(c.after.back()); at != std::string::npos;
+       at = until_next.find(c.after.back(), at + 1)) {
+    ++ends;
+  }
+  EXPECT_EQ(1u, ends) << c.after.back() << "\n" << r.out;
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, Vanishing, testing::ValuesIn(kCases),

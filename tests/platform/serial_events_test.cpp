@@ -141,5 +141,21 @@ TEST_F(CommEventTest, InputQueueFillingUpRaisesRx80Full) {
   EXPECT_EQ(seen, kEvRxChar | kEvRx80Full);
 }
 
+// The far end hanging up ends a pending wait with 1167, also while unread bytes have the input
+// queue watched by sampling rather than by waiting for the first byte.
+TEST_F(CommEventTest, HangUpEndsAWaitWithBytesNobodyTook) {
+  ASSERT_TRUE(SetCommMask(port(), kEvRxChar));
+  ASSERT_TRUE(Queue("abc"));
+  EventWait wait;
+  ASSERT_TRUE(wait.Start(port()));  // the arrival, kept in the history
+  ASSERT_FALSE(wait.Start(port()));
+  ASSERT_EQ(wait.error, kErrIoPending);
+  pty_.CloseFar();
+  ASSERT_TRUE(wait.Done(3000));
+  Dword count = 0;
+  EXPECT_FALSE(GetOverlappedResult(port(), &wait.overlapped, &count, true));
+  EXPECT_EQ(GetLastError(), kErrDeviceNotConnected);
+}
+
 }  // namespace
 }  // namespace portwren::testing_util

@@ -17,6 +17,7 @@
 #include <random>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "common/e2e_support.h"
@@ -33,6 +34,7 @@ struct Tally {
   uint64_t clean_runs = 0;
   uint64_t clean_bytes = 0;
   uint64_t false_alarms = 0;
+  uint64_t bad_ends = 0;  // a program of an end-to-end trial that did not end by itself with 0
   uint64_t per_kind[4] = {};
   uint64_t per_verdict[6] = {};
   int misses_shown = 0;
@@ -209,6 +211,15 @@ void EndToEndTrial(Tally& tally, std::mt19937_64& rng, int kind, int delay_ms, u
   server.End();
   const std::string relay_out = relay.End().out;
   std::filesystem::remove_all(dir);
+  // Each ends with 0 once its keys end; anything else (a sanitizer's report among them) counts.
+  const std::pair<const char*, Run*> runs[] = {{"client", &client}, {"server", &server}, {"relay", &relay}};
+  for (const auto& [name, run] : runs) {
+    const testkit::ProcessResult& r = run->End();
+    if (r.exit_code == 0) continue;
+    ++tally.bad_ends;
+    Miss(tally, "end to end " + what + ": the " + name + " ended with " + std::to_string(r.exit_code) +
+                    (r.timed_out ? " (timed out)" : "") + "\n" + r.err);
+  }
   const std::string first_error = FirstChunkError(client_out);
   if (kind < 0) {
     ++tally.clean_runs;
@@ -290,7 +301,10 @@ int Main(int argc, char** argv) {
   std::printf("trials %llu, detected %llu, false alarms %llu\n",
               static_cast<unsigned long long>(tally.trials), static_cast<unsigned long long>(tally.detected),
               static_cast<unsigned long long>(tally.false_alarms));
-  return tally.detected == tally.trials && tally.false_alarms == 0 ? 0 : 1;
+  if (tally.bad_ends > 0) {
+    std::printf("programs that ended badly %llu\n", static_cast<unsigned long long>(tally.bad_ends));
+  }
+  return tally.detected == tally.trials && tally.false_alarms == 0 && tally.bad_ends == 0 ? 0 : 1;
 }
 
 }  // namespace

@@ -237,10 +237,11 @@ void SerialDevice::ServiceLoop() {
 
     pollfd fds[2] = {{wake_fd_, POLLIN, 0}, {-1, 0, 0}};
     now = Clock::now();
-    const short events = WantedPollEvents(now);
-    if (events != 0) {
+    // Watched even when nothing is asked of it: poll reports a hang-up whatever the events, and
+    // a wait that samples the input queue (bytes nobody takes) would not notice it otherwise.
+    if (!gone_) {
       fds[1].fd = fd_;
-      fds[1].events = events;
+      fds[1].events = WantedPollEvents(now);
     }
     const int timeout = PollTimeout(now);
     lock.unlock();
