@@ -1,7 +1,8 @@
 // The yardstick of the echo benchmark: the least an echo over a serial line can do. The server
 // sends back what it reads; the client writes the same well-formed echo chunk over and over from
 // one thread, never more than the in-flight cap ahead of what came back, and counts the echo in
-// another. Nothing is built per chunk, nothing checked, nothing logged.
+// another (in lock-step, in the same one). Nothing is built per chunk, nothing checked, nothing
+// logged, and nothing waits by spinning.
 //
 //   echo_raw server PORT [--buffer BYTES]        echoes until the line hangs up or SIGTERM
 //   echo_raw client PORT --chunk N --bytes TOTAL [--cap BYTES] [--lockstep] [--delay-ms MS]
@@ -23,13 +24,14 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -117,65 +119,98 @@ int Server(int fd, size_t buffer_size) {
   return 0;
 }
 
+// Waits up to 200 ms for bytes and reads them; false when the line failed or ended.
+bool ReadSome(int fd, std::vector<char>& in, uint64_t* got_bytes) {
+  *got_bytes = 0;
+  pollfd wait{fd, POLLIN, 0};
+  if (poll(&wait, 1, 200) == 0) return true;
+  const ssize_t got = read(fd, in.data(), in.size());
+  if (got > 0) *got_bytes = static_cast<uint64_t>(got);
+  return got > 0 || (got < 0 && errno == EINTR);
+}
+
+bool WriteAll(int fd, const char* data, size_t size) {
+  for (size_t done = 0; done < size;) {
+    const ssize_t put = write(fd, data + done, size - done);
+    if (put > 0) {
+      done += static_cast<size_t>(put);
+    } else if (errno != EINTR) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Nobody waits by spinning: a spinning thread keeps a CPU from the far end's threads, and a thread
+// woken on a busy CPU may wait for the scheduler's next tick (4 ms here). In lock-step the writer
+// reads the echo itself; otherwise a reader thread counts it and wakes the writer at the cap.
 int Client(int fd, size_t chunk, uint64_t total, size_t cap, bool lockstep) {
-  if (lockstep) cap = chunk;
-  std::atomic<uint64_t> received{0};
+  std::mutex mutex;
+  std::condition_variable more;
+  uint64_t received = 0;  // guarded by mutex
+  bool reader_ended = false;
   // One well-formed echo chunk, sent again and again, so portwren's server can be the far end.
   std::vector<char> out(portwren::ChunkBufferSize(static_cast<uint32_t>(chunk)));
   uint32_t sequence = 0;
   portwren::BuildChunk(reinterpret_cast<uint8_t*>(out.data()), static_cast<uint32_t>(chunk), 0,
                        portwren::ChunkBodySource{nullptr, &sequence});
   const auto start = std::chrono::steady_clock::now();
-  std::thread reader([&] {
-    std::vector<char> in(65536);
-    while (received.load() < total && !g_stop) {
-      pollfd wait{fd, POLLIN, 0};
-      if (poll(&wait, 1, 200) == 0) continue;
-      const ssize_t got = read(fd, in.data(), in.size());
-      if (got > 0) {
-        received.fetch_add(static_cast<uint64_t>(got));
-      } else if (got == 0 || errno != EINTR) {
-        break;
+  std::thread reader;
+  if (!lockstep) {
+    reader = std::thread([&] {
+      std::vector<char> in(65536);
+      for (bool going = true; going && !g_stop;) {
+        uint64_t got = 0;
+        going = ReadSome(fd, in, &got);
+        std::lock_guard lock(mutex);
+        received += got;
+        going = going && received < total;
+        if (got > 0 || !going) more.notify_one();
       }
-    }
-  });
+      std::lock_guard lock(mutex);
+      reader_ended = true;
+      more.notify_one();
+    });
+  }
   uint64_t sent = 0;
   std::vector<uint32_t> round_trips_us;
+  std::vector<char> in(65536);
   while (sent < total && !g_stop) {
     const size_t size = static_cast<size_t>(std::min<uint64_t>(chunk, total - sent));
-    while (sent + size - received.load() > cap && !g_stop) std::this_thread::yield();
-    const int64_t pushed_us = portwren::LatencyClockUs();
-    size_t done = 0;
-    while (done < size) {
-      const ssize_t put = write(fd, out.data() + done, size - done);
-      if (put > 0) {
-        done += static_cast<size_t>(put);
-      } else if (errno != EINTR) {
-        g_stop = 1;
-        break;
-      }
+    if (!lockstep) {
+      std::unique_lock lock(mutex);
+      while (sent + size - received > cap && !reader_ended && !g_stop)
+        more.wait_for(lock, std::chrono::milliseconds(200));
+      if (reader_ended) break;
     }
+    const int64_t pushed_us = portwren::LatencyClockUs();
+    if (!WriteAll(fd, out.data(), size)) g_stop = 1;
     sent += size;
     if (lockstep) {
       // In lock-step the chunk's echo is all that can come back next.
-      while (received.load() < sent && !g_stop) std::this_thread::yield();
-      if (received.load() >= sent) {
-        round_trips_us.push_back(static_cast<uint32_t>(portwren::LatencyClockUs() - pushed_us));
+      bool going = true;
+      while (received < sent && going && !g_stop) {
+        uint64_t got = 0;
+        going = ReadSome(fd, in, &got);
+        received += got;
       }
+      if (received >= sent)
+        round_trips_us.push_back(static_cast<uint32_t>(portwren::LatencyClockUs() - pushed_us));
+      if (!going) break;
     }
   }
-  reader.join();
+  if (reader.joinable()) reader.join();
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   const double chunks = static_cast<double>((total + chunk - 1) / chunk);
   std::printf("raw: bytes=%llu seconds=%.3f mbps=%.2f round_trips_per_s=%.0f cpu_s=%.3f\n",
-              static_cast<unsigned long long>(received.load()), seconds,
-              static_cast<double>(received.load()) / seconds / 1e6, chunks / seconds, CpuSeconds());
+              static_cast<unsigned long long>(received), seconds,
+              static_cast<double>(received) / seconds / 1e6, chunks / seconds, CpuSeconds());
   if (lockstep) {
     for (const std::string& line : portwren::LatencyLines(portwren::SummarizeLatency(round_trips_us))) {
       std::printf("%s\n", line.c_str());
     }
   }
-  return received.load() >= total ? 0 : 1;
+  return received >= total ? 0 : 1;
 }
 
 int Usage() {

@@ -4,6 +4,8 @@
 //
 // The write cursor is kept in a local variable throughout: held in a structure, every byte
 // stored through it might alias the cursor itself, and the compiler would reload it each time.
+#include <optional>
+
 #include "format/format_engine.h"
 
 namespace portwren::format_detail {
@@ -15,6 +17,7 @@ constexpr int32_t kSlack = 64;               // room past the area for whole-blo
 constexpr int32_t kRowTemplateChars = 1024;  // rows up to this long are copied whole
 constexpr int32_t kCellChars = 32;           // a cell is at most 4 + 2 + 4 + 8 = 18 characters
 constexpr int32_t kBlock = 16;               // bytes copied at once
+constexpr int32_t kWordCellsFrom = 96;       // bytes from which a table of whole cells pays
 
 template <class Ch>
 struct HexPairs {
@@ -48,29 +51,43 @@ int32_t HexDigitCount(uint64_t value) {
   return n;
 }
 
+// An address of `digits` digits as AddressText writes it in the usual case, right to left
+// ending at `end`.
+template <class Ch>
+void WriteDigits(Ch* end, uint64_t address, int32_t digits, int32_t group, int32_t separator_length,
+                 const Ch* separator) {
+  const bool grouped = group > 0 && separator_length > 0;
+  Ch* d = end;
+  int32_t in_group = 0;
+  for (int32_t i = 0; i < digits; ++i) {
+    if (grouped && in_group == group) {
+      d -= separator_length;
+      for (int32_t k = 0; k < separator_length; ++k) d[k] = separator[k];
+      in_group = 0;
+    }
+    *--d = HexPairs<Ch>::upper[2 * (address & 15) + 1];
+    address >>= 4;
+    ++in_group;
+  }
+}
+
+// The length of an address of `digits` digits in the usual case, or -1 if it is not one: the
+// address does not fit in 16 digits, or its text would be cut.
+int32_t UsualAddressLength(int32_t digits, int32_t group, int32_t separator_length) {
+  if (digits > 16) return -1;
+  const bool grouped = group > 0 && separator_length > 0;
+  const int32_t length = digits + (grouped ? (digits - 1) / group * separator_length : 0);
+  return length <= kAddressChars - 1 ? length : -1;
+}
+
 // One address as "%_%t%0.*llX" would print it, cut to the 40-character area. Returns its length.
 template <class Ch>
 int32_t AddressText(Ch* text, uint64_t address, int32_t digits, int32_t group, const Ch* separator,
                     int32_t separator_length) {
-  const bool grouped = group > 0 && separator_length > 0;
-  const bool fits_digits = digits >= 16 || (address >> (4 * digits)) == 0;
-  if (digits <= 16 && fits_digits) {
-    const int32_t length = digits + (grouped ? (digits - 1) / group * separator_length : 0);
-    if (length <= kAddressChars - 1) {  // the usual case: written directly, right to left
-      Ch* d = text + length;
-      int32_t in_group = 0;
-      for (int32_t i = 0; i < digits; ++i) {
-        if (grouped && in_group == group) {
-          d -= separator_length;
-          for (int32_t k = 0; k < separator_length; ++k) d[k] = separator[k];
-          in_group = 0;
-        }
-        *--d = HexPairs<Ch>::upper[2 * (address & 15) + 1];
-        address >>= 4;
-        ++in_group;
-      }
-      return length;
-    }
+  const int32_t usual = UsualAddressLength(digits, group, separator_length);
+  if (usual >= 0 && (digits >= 16 || (address >> (4 * digits)) == 0)) {  // written directly, right to left
+    WriteDigits(text + usual, address, digits, group, separator_length, separator);
+    return usual;
   }
   Ch work[kWorkChars];
   Ch* const end = work + kWorkChars;
@@ -81,6 +98,91 @@ int32_t AddressText(Ch* text, uint64_t address, int32_t digits, int32_t group, c
   std::memcpy(text, first, sizeof(Ch) * static_cast<std::size_t>(length));
   return length;
 }
+
+// The address column of a dump's rows. Consecutive rows differ in their low digits only, so the
+// last text is kept and only the digits that changed are written again, each at the place that
+// AddressText gives it.
+template <class Ch>
+class AddressColumn {
+ public:
+  AddressColumn(int32_t digits, int32_t group, const Ch* separator, int32_t separator_length)
+      : digits_(digits),
+        group_(group),
+        separator_(separator),
+        separator_length_(separator_length),
+        usual_(UsualAddressLength(digits, group, separator_length)),
+        high_(digits >= 16 ? 0 : ~uint64_t{0} << (4 * (digits > 0 ? digits : 0))) {
+    if (usual_ < 0) return;
+    const bool grouped = group > 0 && separator_length > 0;
+    int32_t d = usual_;
+    int32_t in_group = 0;
+    for (int32_t i = 0; i < digits; ++i) {
+      if (grouped && in_group == group) {
+        d -= separator_length;
+        in_group = 0;
+      }
+      place_[i] = --d;
+      ++in_group;
+    }
+  }
+
+  // The text of `address`; valid until the next call. Reading up to a block past its end is safe.
+  const Ch* Text(uint64_t address, int32_t* length) {
+    if (kept_ && (address & high_) == 0) {
+      int32_t k = 0;  // both fit in digits_: at most that many changed
+      for (uint64_t changed = address ^ address_, digit = address; changed != 0; changed >>= 4, digit >>= 4) {
+        text_[place_[k++]] = HexPairs<Ch>::upper[2 * (digit & 15) + 1];
+      }
+    } else {
+      length_ = AddressText(text_, address, digits_, group_, separator_, separator_length_);
+      kept_ = usual_ >= 0 && (address & high_) == 0;
+    }
+    address_ = address;
+    *length = length_;
+    return text_;
+  }
+
+ private:
+  const int32_t digits_;
+  const int32_t group_;
+  const Ch* const separator_;
+  const int32_t separator_length_;
+  const int32_t usual_;
+  const uint64_t high_;     // bits that do not fit in digits_
+  int32_t place_[16] = {};  // where each digit sits in text_, lowest first
+  bool kept_ = false;       // text_ holds address_ in the usual layout
+  uint64_t address_ = 0;
+  int32_t length_ = 0;
+  Ch text_[kAddressChars + kBlock] = {};
+};
+
+// Every byte's cell when it is at most four characters with the digits first: each cell is
+// stored in one piece, four characters at a time, its spill overwritten by the next cell's.
+template <class Ch>
+struct CellWords {
+  Ch cells[256][4];
+
+  CellWords(const Ch* pairs, const Ch* cell_template) {
+    for (int b = 0; b < 256; ++b) {
+      cells[b][0] = pairs[2 * b];
+      cells[b][1] = pairs[2 * b + 1];
+      cells[b][2] = cell_template[2];
+      cells[b][3] = cell_template[3];
+    }
+  }
+
+  // n cells of `cell` characters at q; writes up to 4 - cell characters past the last one.
+  void Put(Ch* q, const unsigned char* row, int32_t n, int32_t cell) const {
+    int32_t i = 0;
+    for (; i + 4 <= n; i += 4, q += 4 * cell) {
+      std::memcpy(q, cells[row[i]], 4 * sizeof(Ch));
+      std::memcpy(q + cell, cells[row[i + 1]], 4 * sizeof(Ch));
+      std::memcpy(q + 2 * cell, cells[row[i + 2]], 4 * sizeof(Ch));
+      std::memcpy(q + 3 * cell, cells[row[i + 3]], 4 * sizeof(Ch));
+    }
+    for (; i < n; ++i, q += cell) std::memcpy(q, cells[row[i]], 4 * sizeof(Ch));
+  }
+};
 
 // The stack area and its way out to the engine.
 template <class Ch>
@@ -168,7 +270,8 @@ void RenderDump(Engine<Ch>* engine, const unsigned char* bytes, int32_t count, b
   const Ch* const line_end = Settings<Ch>::line_end;
   const int32_t line_end_length = Settings<Ch>::line_end_length;
 
-  // One cell, and as many cells as make a row when that is short enough to copy whole.
+  // One cell; and a table of whole cells, or else as many cells as make a row when that is short
+  // enough to copy whole.
   Ch cell_template[kCellChars];
   {
     Ch* t = cell_template;
@@ -179,7 +282,10 @@ void RenderDump(Engine<Ch>* engine, const unsigned char* bytes, int32_t count, b
     for (int32_t i = 0; i < between; ++i) *t++ = state.between[i];
     while (t < cell_template + kCellChars) *t++ = Ch(' ');
   }
-  const bool whole_rows = per_row > 0 && per_row * cell <= kRowTemplateChars;
+  std::optional<CellWords<Ch>> words;
+  if (state.before_length == 0 && cell >= 2 && cell <= 4 && count >= kWordCellsFrom)
+    words.emplace(pairs, cell_template);
+  const bool whole_rows = !words && per_row > 0 && per_row * cell <= kRowTemplateChars;
   Ch row_template[kRowTemplateChars + kBlock];
   if (whole_rows) {
     for (int32_t i = 0; i < per_row; ++i)
@@ -207,6 +313,7 @@ void RenderDump(Engine<Ch>* engine, const unsigned char* bytes, int32_t count, b
     Ch address[kAddressChars];
     address_width = AddressText(address, last, digits, state.address_group, separator, separator_length);
   }
+  AddressColumn<Ch> addresses(digits, state.address_group, separator, separator_length);
 
   DumpArea<Ch> area;
   area.engine = engine;
@@ -239,12 +346,20 @@ void RenderDump(Engine<Ch>* engine, const unsigned char* bytes, int32_t count, b
 
     // Everything before the bytes: line end, indentation, address, blank cells.
     q = area.Reserve(q, line_end_length + state.indent + kAddressChars + 2);
-    if (done > 0) {
-      for (int32_t i = 0; i < line_end_length; ++i) *q++ = line_end[i];
+    if (done > 0) {  // two characters whatever its length: the area has room past the end
+      std::memcpy(q, line_end, 2 * sizeof(Ch));
+      q += line_end_length;
     }
     for (int32_t i = 0; i < state.indent; ++i) *q++ = Ch(' ');
     if (with_address) {
-      q += AddressText(q, row_address, digits, state.address_group, separator, separator_length);
+      int32_t length = 0;
+      const Ch* text = addresses.Text(row_address, &length);
+      if (length <= kBlock) {
+        std::memcpy(q, text, kBlock * sizeof(Ch));
+      } else {
+        CopyBlocks(q, text, length);
+      }
+      q += length;
       q[0] = Ch(':');
       q[1] = Ch(' ');
       q += 2;
@@ -253,7 +368,17 @@ void RenderDump(Engine<Ch>* engine, const unsigned char* bytes, int32_t count, b
     if (column > 0) q = area.Fill(q, Ch(' '), column * cell);
 
     const unsigned char* row = bytes + done;
-    if (row_fits) {  // the whole row at once, then its digits
+    if (words) {  // whole cells from the table, at most a row's worth at a time
+      int32_t i = 0;
+      for (int32_t k = n; k > kMaxRowBytes; k -= kMaxRowBytes, i += kMaxRowBytes) {  // no row size
+        q = area.Reserve(q, kMaxRowBytes * cell + 4);
+        words->Put(q, row + i, kMaxRowBytes, cell);
+        q += kMaxRowBytes * cell;
+      }
+      q = area.Reserve(q, (n - i) * cell + 4);
+      words->Put(q, row + i, n - i, cell);
+      q += (n - i) * cell - between;
+    } else if (row_fits) {  // the whole row at once, then its digits
       q = area.Reserve(q, cells_length);
       CopyBlocks(q, row_template, cells_length);
       for (int32_t i = 0; i < n; ++i) std::memcpy(q + i * cell + hex_at, pairs + 2 * row[i], 2 * sizeof(Ch));

@@ -1,5 +1,7 @@
 // Hex dumps: byte cells and their texts, rows, first column, ruler, address column, line ends.
+#include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -133,20 +135,30 @@ TEST_F(FormatDump, RulerAndAddressColumn) {
 TEST_F(FormatDump, LargeDumpsStreamTheSameTextAsTheBuffer) {
   std::vector<unsigned char> data(16000);
   for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<unsigned char>(i * 7 + 3);
-  std::string expected = "------" + Labels(16);
-  for (std::size_t row = 0; row < 1000; ++row) {
-    char address[8];
-    std::snprintf(address, sizeof address, "%04zX", row * 16);
-    expected += "\n" + std::string(address) + ": " + Cells(data.data() + row * 16, 16);
+  // From 0: four digits. From 0xFF09 (column 9): the addresses run past 0xFFFF into a second group
+  // of four, the carry crossing the separator.
+  for (const uint64_t base : {uint64_t{0}, uint64_t{0xFF09}}) {
+    const int column = static_cast<int>(base % 16);
+    const bool two_groups = base + data.size() > 0x10000;
+    std::string expected = (two_groups ? "-----------" : "------") + Labels(16);
+    for (uint64_t at = base - column, done = 0; done < data.size(); at += 16) {
+      char address[16];
+      std::snprintf(address, sizeof address, "%04X.%04X", static_cast<unsigned>(at >> 16),
+                    static_cast<unsigned>(at & 0xFFFF));
+      const std::size_t n = std::min<std::size_t>(16 - (done == 0 ? column : 0), data.size() - done);
+      expected += "\n" + std::string(two_groups ? address : address + 5) + ": " +
+                  std::string(done == 0 ? column * 3 : 0, ' ') + Cells(data.data() + done, n);
+      done += n;
+    }
+    std::vector<char> buffer(expected.size() + 1);
+    Pieces<char> pieces(buffer.data(), static_cast<int32_t>(buffer.size()));
+    const int32_t count =
+        FormatToSink(&pieces.sink, "%k%0.*R%t%4.0v%*m", " ", column, 16, ".", base, 16000, data.data());
+    EXPECT_EQ(static_cast<int32_t>(expected.size()), count);
+    EXPECT_EQ(expected, std::string(buffer.data()));
+    EXPECT_EQ(expected, pieces.text);
+    EXPECT_LT(pieces.list.size(), 100u);
   }
-  std::vector<char> buffer(expected.size() + 1);
-  Pieces<char> pieces(buffer.data(), static_cast<int32_t>(buffer.size()));
-  const int32_t count =
-      FormatToSink(&pieces.sink, "%k%0.*R%t%4.0v%*m", " ", 0, 16, ".", 0ull, 16000, data.data());
-  EXPECT_EQ(static_cast<int32_t>(expected.size()), count);
-  EXPECT_EQ(expected, std::string(buffer.data()));
-  EXPECT_EQ(expected, pieces.text);
-  EXPECT_LT(pieces.list.size(), 100u);
 
   const std::vector<unsigned char> row(5000, 0x11);
   Pieces<char> long_row;

@@ -1,3 +1,4 @@
+#include <pthread.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -12,6 +13,7 @@ namespace portwren::os {
 
 namespace {
 thread_local Dword t_last_error = 0;
+thread_local Dword t_thread_id = 0;
 constexpr Dword kErrEnvVarNotFound = 203;
 
 LocalTime FromTm(const struct tm& tm, int milliseconds) {
@@ -50,8 +52,15 @@ void Sleep(Dword milliseconds) {
   }
 }
 
+// Asked for on every request and wait, so kept after the first system call; a child made by
+// fork is a new thread and asks again.
 Dword GetCurrentThreadId() {
-  return static_cast<Dword>(syscall(SYS_gettid));
+  if (t_thread_id == 0) {
+    static const bool forget_in_child = pthread_atfork(nullptr, nullptr, [] { t_thread_id = 0; }) == 0;
+    (void)forget_in_child;
+    t_thread_id = static_cast<Dword>(syscall(SYS_gettid));
+  }
+  return t_thread_id;
 }
 
 LocalTime GetLocalTime() {

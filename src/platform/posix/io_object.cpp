@@ -34,33 +34,42 @@ void CompletionTarget::Begin() const {
 }
 
 void CompletionTarget::Finish(uintptr_t status, Dword count, bool in_issuing_call) const {
-  if (overlapped != nullptr) {
-    // Stored and announced in one step under SyncMutex: a waiter looks at the status under
-    // it, so it either sees the new status or is already asleep when the wake-up comes.
-    std::lock_guard lock(SyncMutex());
-    overlapped->InternalHigh = count;
-    StoreStatus(overlapped, status);
-    NotifyWaiters();
-  }
-  if (routine != nullptr) {
-    if (in_issuing_call && !StatusIsSuccess(status)) return;
+  const bool queue_routine = routine != nullptr && !(in_issuing_call && !StatusIsSuccess(status));
+  std::function<void()> queued;
+  if (queue_routine) {
     const Dword error = ErrorFromStatus(status);
     CompletionRoutine run = routine;
     Overlapped* overlapped_copy = overlapped;
-    apc->Push([run, error, count, overlapped_copy] { run(error, count, overlapped_copy); });
+    queued = [run, error, count, overlapped_copy] { run(error, count, overlapped_copy); };
+  }
+  WakeList wakes;
+  // Status and count, then the signal, in one step under SyncMutex: a waiter looks at the
+  // status under it, so it either sees the new status or is already parked when the wake-up
+  // comes.
+  std::lock_guard lock(SyncMutex());
+  if (overlapped != nullptr) {
+    overlapped->InternalHigh = count;
+    StoreStatus(overlapped, status);
+    WakeStateWaiters(wakes);
+  }
+  if (routine != nullptr) {
+    if (queue_routine) apc->PushLocked(std::move(queued), wakes);
   } else if (event != nullptr) {
-    event->Set();
+    event->SetLocked(wakes);
   } else if (signal_handle != nullptr) {
-    signal_handle->SetSignalled(true);
+    signal_handle->SetSignalledLocked(true, wakes);
   }
 }
 
 void IoObject::SetSignalled(bool signalled) {
-  {
-    std::lock_guard lock(SyncMutex());
-    signalled_ = signalled;
-  }
-  if (signalled) NotifyWaiters();
+  WakeList wakes;
+  std::lock_guard lock(SyncMutex());
+  SetSignalledLocked(signalled, wakes);
+}
+
+void IoObject::SetSignalledLocked(bool signalled, WakeList& wakes) {
+  signalled_ = signalled;
+  if (signalled) SatisfyWaiters(*this, wakes);
 }
 
 bool MakeTarget(IoObject* object, Overlapped* overlapped, CompletionTarget* target) {

@@ -56,6 +56,7 @@ class IoObject : public Waitable {
 
   bool IsSignalledFor(Dword) const override { return signalled_; }
   void SetSignalled(bool signalled);
+  void SetSignalledLocked(bool signalled, WakeList& wakes);  // under SyncMutex
 
   // As ReadFile/WriteFile on an overlapped handle; *done (if given) only for completion in
   // the call. A failure before the request exists reports no completion at all.

@@ -6,10 +6,13 @@
 #pragma once
 
 #include <memory>
+#include <vector>
 
 #include "platform/os_handle.h"
 
 namespace portwren::os::posix {
+
+struct WaitBlock;  // sync_core.h
 
 class KernelObject {
  public:
@@ -24,6 +27,12 @@ class Waitable : public KernelObject {
   virtual bool IsSignalledFor(Dword thread_id) const = 0;
   // What a satisfied wait takes: an auto-reset event's signal, a mutex's ownership.
   virtual void Acquire(Dword /*thread_id*/) {}
+
+  // The waits parked on this object, oldest first; guarded by SyncMutex, kept by sync_posix.cpp.
+  std::vector<WaitBlock*>& waiters() { return waiters_; }
+
+ private:
+  std::vector<WaitBlock*> waiters_;
 };
 
 Handle InsertObject(std::shared_ptr<KernelObject> object);  // nullptr if it cannot be stored

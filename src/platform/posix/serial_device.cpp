@@ -54,6 +54,13 @@ SerialDevice::SerialDevice(int fd, bool overlapped, bool can_read, bool can_writ
 
 SerialDevice::~SerialDevice() {
   OnClose();
+  if (wake_fd_ >= 0) close(wake_fd_);
+}
+
+SerialDevice::DeviceLock::~DeviceLock() {
+  const bool wake = std::exchange(device_.wake_due_, false);
+  lock_.unlock();
+  if (wake) device_.WriteWake();
 }
 
 bool SerialDevice::Init(Dword* error) {
@@ -103,7 +110,7 @@ bool SerialDevice::Init(Dword* error) {
 
 void SerialDevice::OnClose() {
   {
-    std::lock_guard lock(mu_);
+    DeviceLock lock(*this);
     if (closing_) return;
     closing_ = true;
     // Closing the handle cancels what is still running, as on Windows.
@@ -117,18 +124,15 @@ void SerialDevice::OnClose() {
   if (modem_waiter_ != nullptr) modem_waiter_->Stop();
   if (service_.joinable()) service_.join();
   int fd;
-  int wake_fd;
   {
-    // Every other user of the numbers looks at closing_ first, under the lock: once they are
-    // taken out here, nothing touches them again, even after the system hands them out anew.
-    std::lock_guard lock(mu_);
+    // Every other user of the number looks at closing_ first, under the lock: once it is
+    // taken out here, nothing touches it again, even after the system hands it out anew.
+    DeviceLock lock(*this);
     fd = std::exchange(fd_, -1);
-    wake_fd = std::exchange(wake_fd_, -1);
   }
   // Closed without the lock: a UART whose output is held back (CTS low) may keep close()
   // waiting for the driver's closing wait (30 s), and no other call is to wait with it.
   if (fd >= 0) close(fd);  // also drops the exclusive lock
-  if (wake_fd >= 0) close(wake_fd);
 }
 
 bool SerialDevice::Usable() {
@@ -145,6 +149,11 @@ void SerialDevice::NoticeHangUp(Clock::time_point now) {
 }
 
 void SerialDevice::Wake() {
+  wake_due_ = true;
+  polling_ = false;  // its poll ends at once: it looks at everything again
+}
+
+void SerialDevice::WriteWake() {
   if (wake_fd_ < 0) return;
   const uint64_t one = 1;
   [[maybe_unused]] ssize_t ignored = write(wake_fd_, &one, sizeof one);
@@ -188,7 +197,7 @@ short SerialDevice::WantedPollEvents(Clock::time_point now) const {
   return events;
 }
 
-int SerialDevice::PollTimeout(Clock::time_point now) const {
+std::optional<SerialDevice::Clock::time_point> SerialDevice::NextDeadline(Clock::time_point now) const {
   std::optional<Clock::time_point> next;
   auto consider = [&](const std::optional<Clock::time_point>& when) {
     if (when && (!next || *when < *next)) next = when;
@@ -211,13 +220,26 @@ int SerialDevice::PollTimeout(Clock::time_point now) const {
     if (watch_modem || watch_errors || watch_input) consider(std::max(now, next_sample_));
     if (tx_draining_) consider(now + kDrainPeriod);
   }
+  return next;
+}
+
+int SerialDevice::PollTimeout(Clock::time_point now) const {
+  const std::optional<Clock::time_point> next = NextDeadline(now);
   if (!next) return -1;
   if (*next <= now) return 0;
   const auto wait = std::chrono::ceil<std::chrono::milliseconds>(*next - now).count();
   return static_cast<int>(std::min<long long>(wait, 1 << 30));
 }
 
+void SerialDevice::WakeIfStale(Clock::time_point now) {
+  if (!polling_) return;  // it looks at everything before it polls again
+  const std::optional<Clock::time_point> next = NextDeadline(now);
+  const bool nearer = next && (!polled_until_ || *next < *polled_until_);
+  if ((WantedPollEvents(now) & ~polled_events_) != 0 || nearer) Wake();
+}
+
 void SerialDevice::ServiceLoop() {
+  WakeBatch batch;  // completions made here wake their threads once mu_ is let go
   std::unique_lock lock(mu_);
   bool in_fired = false;
   bool out_fired = false;
@@ -244,9 +266,14 @@ void SerialDevice::ServiceLoop() {
       fds[1].events = WantedPollEvents(now);
     }
     const int timeout = PollTimeout(now);
+    polling_ = true;
+    polled_events_ = fds[1].events;
+    polled_until_ = NextDeadline(now);
     lock.unlock();
+    batch.Flush();
     const int ready = poll(fds, 2, timeout);
     lock.lock();
+    polling_ = false;
     in_fired = false;
     out_fired = false;
     if (ready <= 0 || closing_) continue;

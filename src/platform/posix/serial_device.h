@@ -102,6 +102,21 @@ class SerialDevice final : public IoObject {
   };
   using RequestPtr = std::unique_ptr<Request>;
 
+  // mu_ for a call: the wake-ups it makes (of threads whose requests ended, of the service
+  // thread) happen once mu_ is let go, so that the woken do not run at once into it.
+  class DeviceLock {
+   public:
+    explicit DeviceLock(SerialDevice& device) : device_(device), lock_(device.mu_) {}
+    ~DeviceLock();
+    DeviceLock(const DeviceLock&) = delete;
+    DeviceLock& operator=(const DeviceLock&) = delete;
+
+   private:
+    SerialDevice& device_;
+    WakeBatch batch_;  // made before the lock, ends after it
+    std::unique_lock<std::mutex> lock_;
+  };
+
   bool Init(Dword* error);  // raw mode, capabilities, service thread
   bool SetModemLine(int line, bool on);
   bool SetBreak(bool on);
@@ -143,12 +158,18 @@ class SerialDevice final : public IoObject {
 
   void ServiceLoop();
   short WantedPollEvents(Clock::time_point now) const;
+  std::optional<Clock::time_point> NextDeadline(Clock::time_point now) const;
   int PollTimeout(Clock::time_point now) const;
-  void Wake();
+  void Wake();  // under mu_: the service thread is woken when the DeviceLock ends
+  void WriteWake();
+  // Wakes the service thread only if its poll no longer fits the state: it waits for fewer
+  // events than are now wanted, or past a deadline that is now nearer.
+  void WakeIfStale(Clock::time_point now);
 
   std::mutex mu_;
   int fd_;
-  int wake_fd_ = -1;
+  int wake_fd_ = -1;  // set by Init, closed by the destructor: usable without mu_
+  bool wake_due_ = false;
   std::thread service_;
   bool closing_ = false;
   bool gone_ = false;
@@ -196,6 +217,10 @@ class SerialDevice final : public IoObject {
   bool tx_progress_ = false;
   Clock::time_point rx_backoff_until_{};
   Clock::time_point tx_backoff_until_{};
+  // What the service thread's poll was set up with; looked at only while polling_.
+  bool polling_ = false;
+  short polled_events_ = 0;
+  std::optional<Clock::time_point> polled_until_;
 };
 
 }  // namespace portwren::os::posix

@@ -28,7 +28,7 @@ void SerialDevice::RaiseEvents(Dword events) {
 
 bool SerialDevice::WaitEvent(Dword* event_mask, const CompletionTarget& target) {
   if (event_mask == nullptr) return Fail(kErrInvalidParameter);
-  std::lock_guard lock(mu_);
+  DeviceLock lock(*this);
   if (!Usable()) return false;
   if (event_mask_ == 0 || wait_ != nullptr) return Fail(kErrInvalidParameter);
   SampleLines(Clock::now(), true);
@@ -50,7 +50,7 @@ bool SerialDevice::WaitEvent(Dword* event_mask, const CompletionTarget& target) 
 }
 
 bool SerialDevice::SetMask(Dword event_mask) {
-  std::lock_guard lock(mu_);
+  DeviceLock lock(*this);
   if (!Usable()) return false;
   if ((event_mask & ~kEvAllValid) != 0) return Fail(kErrInvalidParameter);
   // A pending wait ends successfully with no events.
@@ -71,7 +71,7 @@ bool SerialDevice::SetMask(Dword event_mask) {
 
 bool SerialDevice::GetMask(Dword* event_mask) {
   if (event_mask == nullptr) return Fail(kErrInvalidParameter);
-  std::lock_guard lock(mu_);
+  DeviceLock lock(*this);
   if (!Usable()) return false;
   *event_mask = event_mask_;
   return true;
@@ -94,7 +94,7 @@ void SerialDevice::WatchModemLines() {
   modem_waiter_ = std::make_unique<ModemLineWaiter>(
       [fd] { return ioctl(fd, TIOCMIWAIT, TIOCM_CTS | TIOCM_DSR | TIOCM_CD | TIOCM_RNG) == 0 ? 0 : errno; },
       [this] {
-        std::lock_guard lock(mu_);
+        DeviceLock lock(*this);
         if (!closing_) SampleLines(Clock::now(), true);
       });
   if (!modem_waiter_->Start()) modem_waiter_.reset();

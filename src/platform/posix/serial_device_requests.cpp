@@ -45,7 +45,7 @@ bool SerialDevice::Write(const void* buffer, Dword size, Dword* done, const Comp
 // A zero-byte transfer succeeds at once and never joins the queue, as on Windows.
 bool SerialDevice::Start(RequestPtr request, Dword size, Dword* done, const CompletionTarget& target,
                          std::deque<RequestPtr>* queue) {
-  std::lock_guard lock(mu_);
+  DeviceLock lock(*this);
   if (!Usable()) return false;
   if (abort_latched_) return Fail(kErrOperationAborted);
   target.Begin();
@@ -65,8 +65,10 @@ bool SerialDevice::Issue(RequestPtr request, std::deque<RequestPtr>* queue, Dwor
   request->in_call = &result;
   Request* issued = request.get();
   queue->push_back(std::move(request));
-  Pump(Clock::now());
-  Wake();
+  const Clock::time_point now = Clock::now();
+  Pump(now);
+  // Most requests that end here leave nothing for the service thread to watch.
+  WakeIfStale(now);
   if (!result.completed) {
     issued->in_call = nullptr;
     return Fail(kErrIoPending);
@@ -295,7 +297,7 @@ void SerialDevice::CancelMatching(std::deque<RequestPtr>* queue, Dword thread_id
 }
 
 bool SerialDevice::CancelThreadRequests(Dword thread_id) {
-  std::lock_guard lock(mu_);
+  DeviceLock lock(*this);
   if (closing_) return Fail(kErrInvalidHandle);
   CancelMatching(&reads_, thread_id);
   CancelMatching(&writes_, thread_id);
@@ -306,7 +308,7 @@ bool SerialDevice::CancelThreadRequests(Dword thread_id) {
 }
 
 bool SerialDevice::CancelRequest(const Overlapped* overlapped) {
-  std::lock_guard lock(mu_);
+  DeviceLock lock(*this);
   if (closing_) return Fail(kErrInvalidHandle);
   const uintptr_t aborted = StatusFromError(kErrOperationAborted);
   bool found = false;

@@ -42,7 +42,7 @@ Dword ModemLineError(int error_number) {
 
 bool SerialDevice::GetState(Dcb* dcb) {
   if (dcb == nullptr) return Fail(kErrInvalidParameter);
-  std::lock_guard lock(mu_);
+  DeviceLock lock(*this);
   if (!Usable()) return false;
   termios2 settings;
   if (ioctl(fd_, TCGETS2, &settings) != 0) return FailWithErrno(errno);
@@ -59,7 +59,7 @@ bool SerialDevice::GetState(Dcb* dcb) {
 
 bool SerialDevice::SetState(const Dcb& requested) {
   const Dcb dcb = Normalized(requested);
-  std::lock_guard lock(mu_);
+  DeviceLock lock(*this);
   if (!Usable()) return false;
   if (ValidateDcb(dcb, in_queue_size_) != kErrSuccess) return Fail(kErrInvalidParameter);
   termios2 before;
@@ -94,14 +94,14 @@ bool SerialDevice::SetState(const Dcb& requested) {
 
 bool SerialDevice::GetTimeouts(CommTimeouts* timeouts) {
   if (timeouts == nullptr) return Fail(kErrInvalidParameter);
-  std::lock_guard lock(mu_);
+  DeviceLock lock(*this);
   if (!Usable()) return false;
   *timeouts = timeouts_;
   return true;
 }
 
 bool SerialDevice::SetTimeouts(const CommTimeouts& timeouts) {
-  std::lock_guard lock(mu_);
+  DeviceLock lock(*this);
   if (!Usable()) return false;
   if (timeouts.ReadIntervalTimeout == kMaxDword && timeouts.ReadTotalTimeoutMultiplier == kMaxDword &&
       timeouts.ReadTotalTimeoutConstant == kMaxDword) {
@@ -112,7 +112,7 @@ bool SerialDevice::SetTimeouts(const CommTimeouts& timeouts) {
 }
 
 bool SerialDevice::Setup(Dword in_queue, Dword out_queue) {
-  std::lock_guard lock(mu_);
+  DeviceLock lock(*this);
   if (!Usable()) return false;
   // A recommendation: the input queue only ever grows, the output size is noted.
   in_queue_size_ = std::max(in_queue_size_, in_queue);
@@ -121,7 +121,7 @@ bool SerialDevice::Setup(Dword in_queue, Dword out_queue) {
 }
 
 bool SerialDevice::Purge(Dword flags) {
-  std::lock_guard lock(mu_);
+  DeviceLock lock(*this);
   if (!Usable()) return false;
   if (flags == 0 || (flags & ~(kPurgeTxAbort | kPurgeRxAbort | kPurgeTxClear | kPurgeRxClear)) != 0) {
     return Fail(kErrInvalidParameter);
@@ -140,7 +140,7 @@ bool SerialDevice::Purge(Dword flags) {
 }
 
 bool SerialDevice::ClearError(Dword* errors, ComStat* stat) {
-  std::lock_guard lock(mu_);
+  DeviceLock lock(*this);
   if (!Usable()) return false;
   if (icount_ok_) SampleErrors();
   if (stat != nullptr) {
@@ -165,7 +165,7 @@ bool SerialDevice::ClearError(Dword* errors, ComStat* stat) {
 
 bool SerialDevice::GetModemStatus(Dword* modem_status) {
   if (modem_status == nullptr) return Fail(kErrInvalidParameter);
-  std::lock_guard lock(mu_);
+  DeviceLock lock(*this);
   if (!Usable()) return false;
   int lines = 0;
   if (ioctl(fd_, TIOCMGET, &lines) != 0) return Fail(ModemLineError(errno));
@@ -195,7 +195,7 @@ bool SerialDevice::Escape(Dword function) {
 }
 
 bool SerialDevice::SetModemLine(int line, bool on) {
-  std::lock_guard lock(mu_);
+  DeviceLock lock(*this);
   if (!Usable()) return false;
   // A line that its handshake mode drives is not the caller's to set, as in the Windows driver.
   const bool handshake = line == TIOCM_DTR ? shadow_.fDtrControl == kDtrControlHandshake
@@ -213,7 +213,7 @@ bool SerialDevice::SetBreak(bool on) {
   const Clock::time_point deadline = Clock::now() + kBreakDrainLimit;
   for (;;) {
     {
-      std::lock_guard lock(mu_);
+      DeviceLock lock(*this);
       if (!Usable()) return false;
       if (!on || OutputQueueBytes() == 0) {
         if (ioctl(fd_, on ? TIOCSBRK : TIOCCBRK) != 0) return Fail(ModemLineError(errno));

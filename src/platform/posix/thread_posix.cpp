@@ -32,18 +32,20 @@ struct StartBlock {
 void* ThreadEntry(void* raw) {
   std::unique_ptr<StartBlock> start(static_cast<StartBlock*>(raw));
   {
+    WakeList wakes;
     std::lock_guard lock(SyncMutex());
     start->thread->thread_id_ = GetCurrentThreadId();
     start->thread->started_ = true;
+    WakeStateWaiters(wakes);
   }
-  NotifyWaiters();
   const Dword exit_code = start->procedure(start->argument);
   {
+    WakeList wakes;
     std::lock_guard lock(SyncMutex());
     start->thread->exit_code_ = exit_code;
     start->thread->ended_ = true;
+    SatisfyWaiters(*start->thread, wakes);
   }
-  NotifyWaiters();
   return nullptr;
 }
 
