@@ -4,31 +4,7 @@
 # as on Windows and does not quit; typed keys print "Got", ESC quits, the exit code is 0.
 set -u
 exe=$1
-work=$(mktemp -d)
-session="pw_keyloop_$$"
-fail() { echo "FAIL: $*"; echo "--- screen ---"; tmux capture-pane -p -t "$session" 2>/dev/null; cleanup; exit 1; }
-cleanup() {
-  tmux kill-session -t "$session" 2>/dev/null
-  [ -n "${socat_pid:-}" ] && kill "$socat_pid" 2>/dev/null
-  rm -rf "$work"
-}
-for tool in tmux socat; do
-  command -v "$tool" >/dev/null || { echo "FAIL: $tool is not installed (make test installs it)"; exit 1; }
-done
-
-socat pty,raw,echo=0,link="$work/a" pty,raw,echo=0,link="$work/b" 2>/dev/null &
-socat_pid=$!
-for _ in $(seq 50); do [ -e "$work/a" ] && [ -e "$work/b" ] && break; sleep 0.1; done
-[ -e "$work/a" ] || fail "socat made no pseudo-terminal pair"
-
-# Waits until the screen shows the text (fixed string), for up to 10 seconds.
-wait_for() {
-  for _ in $(seq 100); do
-    tmux capture-pane -p -t "$session" | grep -qF -- "$1" && return 0
-    sleep 0.1
-  done
-  fail "screen never showed: $1"
-}
+. "$(dirname "$0")/tmux_null_modem.sh" keyloop
 
 tmux new-session -d -s "$session" -x 150 -y 60 "$exe $work/a; echo EXIT=\$?; sleep 30"
 wait_for "Choose action:"

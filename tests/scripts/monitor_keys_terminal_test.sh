@@ -4,34 +4,7 @@
 # asks before stopping, and ESC with both threads running still ends the program with 0.
 set -u
 exe=$1
-work=$(mktemp -d)
-session="pw_monitor_$$"
-fail() { echo "FAIL: $*"; echo "--- screen ---"; tmux capture-pane -p -S -300 -t "$session" 2>/dev/null; cleanup; exit 1; }
-cleanup() {
-  tmux kill-session -t "$session" 2>/dev/null
-  [ -n "${socat_pid:-}" ] && kill "$socat_pid" 2>/dev/null
-  rm -rf "$work"
-}
-for tool in tmux socat; do
-  command -v "$tool" >/dev/null || { echo "FAIL: $tool is not installed (make test installs it)"; exit 1; }
-done
-
-socat pty,raw,echo=0,link="$work/a" pty,raw,echo=0,link="$work/b" 2>/dev/null &
-socat_pid=$!
-for _ in $(seq 50); do [ -e "$work/a" ] && [ -e "$work/b" ] && break; sleep 0.1; done
-[ -e "$work/a" ] || fail "socat made no pseudo-terminal pair"
-
-# Waits until the screen and its history show the text (fixed string) `count` times (default 1),
-# for up to 10 seconds.
-wait_for() {
-  local count=${2:-1}
-  for _ in $(seq 100); do
-    [ "$(tmux capture-pane -p -S -300 -t "$session" | grep -cF -- "$1")" -ge "$count" ] && return 0
-    sleep 0.1
-  done
-  fail "screen never showed: $1 ($count times)"
-}
-key() { tmux send-keys -t "$session" -l "$1"; }
+. "$(dirname "$0")/tmux_null_modem.sh" monitor
 
 tmux new-session -d -s "$session" -x 150 -y 60 "$exe $work/a -b 5; echo EXIT=\$?; sleep 30"
 tmux set-option -t "$session" history-limit 2000 >/dev/null
